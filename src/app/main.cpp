@@ -1,0 +1,25 @@
+#include "AppSetup.h"
+#include "MainWindow.h"
+
+#include <QApplication>
+#include <QSettings>
+
+#include <memory>
+
+int main(int argc, char* argv[])
+{
+    auto app = std::make_unique<QApplication>(argc, argv);
+    AppSetup::configureApplication();
+    auto settings = std::make_unique<QSettings>();
+    AppSetup::seedSettings(*settings);
+
+    auto window = std::make_unique<MainWindow>();
+    window->show();
+    const int exitCode = app->exec();
+
+    // Torn down in this order: the window, the settings object, the application.
+    window.reset();
+    settings.reset();
+    app.reset();
+    return exitCode;
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+// QUENVAR_TEST_MAIN(TestClass) replaces QTEST_MAIN for every Quenvar test.
+// Before anything touches QSettings it points XDG_CONFIG_HOME at a fresh
+// temporary folder, so no test can read or write the user's real settings
+// store, even when the executable is started by hand. It also selects the
+// offscreen platform unless one was chosen, and gives the application the
+// program's own identity (names, version, "Fusion").
+
+#include "AppSetup.h"
+
+#include <QApplication>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace TestSupport {
+
+// Creates the isolated configuration folder and exports it; returns it so
+// that main() keeps it alive for the whole run.
+QTemporaryDir* isolateSettingsStore();
+
+// The folder the settings store lives in for this run.
+QString settingsStoreDir();
+
+} // namespace TestSupport
+
+#define QUENVAR_TEST_MAIN(TestObject)                                                  \
+    int main(int argc, char* argv[])                                                   \
+    {                                                                                  \
+        std::unique_ptr<QTemporaryDir> store(TestSupport::isolateSettingsStore());     \
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))                            \
+            qputenv("QT_QPA_PLATFORM", "offscreen");                                   \
+        QApplication app(argc, argv);                                                  \
+        AppSetup::configureApplication();                                              \
+        QTEST_SET_MAIN_SOURCE_PATH                                                     \
+        TestObject tc;                                                                 \
+        return QTest::qExec(&tc, argc, argv);                                          \
+    }
