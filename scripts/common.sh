@@ -36,7 +36,7 @@ quenvar_ensure_packages() {
     # to start services while they are installed.
     "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -qq
     "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 \
-        apt-get install -y -qq --no-install-recommends "${missing[@]}" </dev/null
+        apt-get install -y -qq "${missing[@]}" </dev/null
 }
 
 # Configures and builds into the folder $1 with extra CMake arguments after it.
