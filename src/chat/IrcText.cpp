@@ -1,0 +1,553 @@
+#include "IrcText.h"
+
+#include <QRegularExpression>
+#include <QTextCursor>
+
+#include <algorithm>
+
+namespace IrcText {
+
+namespace {
+
+// Digits after a colour code are accumulated without a length limit; the
+// value is clamped to 0..15 afterwards, so saturating here keeps a flood of
+// digits from overflowing.
+constexpr int kDigitSaturation = 100000;
+
+QRegularExpression buildPattern(const QString& pattern)
+{
+    QRegularExpression re(pattern);
+    re.optimize();
+    return re;
+}
+
+QString webPatternText() { return QStringLiteral("https?://\\S+"); }
+
+QString emailPatternText()
+{
+    return QStringLiteral("\\b[A-Za-z0-9._%+-]+@[A-Za-z0-9.-]+\\.[A-Za-z]{2,}\\b");
+}
+
+// Patterns for chat rows.
+const QRegularExpression& chatWebPattern()
+{
+    static const QRegularExpression re = buildPattern(webPatternText());
+    return re;
+}
+
+const QRegularExpression& chatEmailPattern()
+{
+    static const QRegularExpression re = buildPattern(emailPatternText());
+    return re;
+}
+
+// The topic converter keeps its own copies.
+const QRegularExpression& topicWebPattern()
+{
+    static const QRegularExpression re = buildPattern(webPatternText());
+    return re;
+}
+
+const QRegularExpression& topicEmailPattern()
+{
+    static const QRegularExpression re = buildPattern(emailPatternText());
+    return re;
+}
+
+// Cheap tests that rule a pattern out before any regular expression runs:
+// a web address needs "://", an e-mail address needs "@".
+bool mayHoldWebAddress(const QString& text)
+{
+    return text.contains(QLatin1String("://"));
+}
+
+bool mayHoldEmailAddress(const QString& text)
+{
+    return text.contains(QLatin1Char('@'));
+}
+
+// The regular expression engine refuses text that is not valid UTF-16 and
+// then finds nothing at all. Lone surrogate halves are replaced one for one
+// by U+FFFD so that indexes stay the same; valid text is returned as it is.
+QString matchableText(const QString& text)
+{
+    const qsizetype n = text.size();
+    QString repaired;
+    for (qsizetype i = 0; i < n; ++i) {
+        const QChar c = text.at(i);
+        if (!c.isSurrogate())
+            continue;
+        if (c.isHighSurrogate() && i + 1 < n && text.at(i + 1).isLowSurrogate()) {
+            ++i;
+            continue;
+        }
+        if (repaired.isNull())
+            repaired = text;
+        repaired[i] = QChar::ReplacementCharacter;
+    }
+    return repaired.isNull() ? text : repaired;
+}
+
+bool isAsciiDigit(QChar c)
+{
+    return c.unicode() >= '0' && c.unicode() <= '9';
+}
+
+// Reads the decimal digits starting at pos (at least one must be there) and
+// moves pos past them.
+int readNumber(const QString& text, int& pos)
+{
+    int value = 0;
+    while (pos < text.size() && isAsciiDigit(text.at(pos))) {
+        value = value * 10 + (text.at(pos).unicode() - '0');
+        if (value > kDigitSaturation)
+            value = kDigitSaturation;
+        ++pos;
+    }
+    return value;
+}
+
+int clampColorCode(int code)
+{
+    return std::clamp(code, 0, 15);
+}
+
+void closeColor(QString& out, ColorState& current)
+{
+    if (current.isOpen()) {
+        out += QLatin1String("</span>");
+        current = ColorState();
+    }
+}
+
+void openColor(QString& out, ColorState& current, int fg, int bg)
+{
+    closeColor(out, current);
+    if (fg == -1 && bg == -1)
+        return;
+
+    if (fg != -1 && fg == bg) {
+        // Same colour on itself would be invisible: use black or white text.
+        // 0.299 R + 0.587 G + 0.114 B, truncated; in integers so that a
+        // grey of 128 really is 128 and not 127.999...
+        const QColor c = ircColor(fg);
+        const int brightness = (299 * c.red() + 587 * c.green() + 114 * c.blue()) / 1000;
+        fg = brightness > 127 ? 1 : 0;
+    }
+
+    out += QLatin1String("<span style=\"");
+    if (fg >= 0) {
+        out += QLatin1String("color:");
+        out += ircColor(fg).name();
+        out += QLatin1Char(';');
+    }
+    if (bg >= 0) {
+        out += QLatin1String("background-color:");
+        out += ircColor(bg).name();
+        out += QLatin1Char(';');
+    }
+    out += QLatin1String("\">");
+    current.fg = fg;
+    current.bg = bg;
+}
+
+// Whether text[pos] == '&' starts a character reference (&name; &#123; &#x1F;).
+bool startsEntity(QStringView text, int pos)
+{
+    int i = pos + 1;
+    const int n = text.size();
+    if (i >= n)
+        return false;
+    auto isAlpha = [](QChar c) {
+        const char16_t u = c.unicode();
+        return (u >= 'a' && u <= 'z') || (u >= 'A' && u <= 'Z');
+    };
+    auto isHex = [](QChar c) {
+        const char16_t u = c.unicode();
+        return (u >= '0' && u <= '9') || (u >= 'a' && u <= 'f') || (u >= 'A' && u <= 'F');
+    };
+    int digits = 0;
+    if (text.at(i) == QLatin1Char('#')) {
+        ++i;
+        const bool hex = i < n && (text.at(i) == QLatin1Char('x') || text.at(i) == QLatin1Char('X'));
+        if (hex)
+            ++i;
+        while (i < n && (hex ? isHex(text.at(i)) : isAsciiDigit(text.at(i))) && digits < 8) {
+            ++i;
+            ++digits;
+        }
+    } else {
+        if (!isAlpha(text.at(i)))
+            return false;
+        while (i < n && (isAlpha(text.at(i)) || isAsciiDigit(text.at(i))) && digits < 32) {
+            ++i;
+            ++digits;
+        }
+    }
+    return digits > 0 && i < n && text.at(i) == QLatin1Char(';');
+}
+
+// Escapes a piece of HTML text for use as text or inside a quoted
+// attribute. Character references that are already there are kept, so text
+// that was escaped before is not escaped twice.
+QString escapeHtmlPiece(QStringView text)
+{
+    QString out;
+    out.reserve(text.size() + 16);
+    for (int i = 0; i < text.size(); ++i) {
+        const QChar c = text.at(i);
+        switch (c.unicode()) {
+        case '<':
+            out += QLatin1String("&lt;");
+            break;
+        case '>':
+            out += QLatin1String("&gt;");
+            break;
+        case '"':
+            out += QLatin1String("&quot;");
+            break;
+        case '&':
+            if (startsEntity(text, i))
+                out += c;
+            else
+                out += QLatin1String("&amp;");
+            break;
+        default:
+            out += c;
+        }
+    }
+    return out;
+}
+
+bool splitsRow(char16_t u)
+{
+    switch (u) {
+    case u'\n':
+    case u'\r':
+    case u'\t':
+    case 0x2028: // line separator
+    case 0x2029: // paragraph separator
+    case 0xFDD0: // frame start marker of QTextDocument
+    case 0xFDD1: // frame end marker
+    case 0xFFFC: // object replacement character
+        return true;
+    default:
+        return false;
+    }
+}
+
+struct HtmlMatch
+{
+    int start;
+    int end;
+};
+
+} // namespace
+
+QColor emptyNickColor()
+{
+    return QColor(102, 102, 102);
+}
+
+const QList<QColor>& nickPalette()
+{
+    static const QList<QColor> palette = {
+        QColor(0x9E, 0x9E, 0x9E), QColor(0x42, 0x42, 0x42), QColor(0x15, 0x65, 0xC0),
+        QColor(0x2E, 0x7D, 0x32), QColor(0xC6, 0x28, 0x28), QColor(0xAD, 0x14, 0x57),
+        QColor(0x6A, 0x1B, 0x9A), QColor(0xE6, 0x51, 0x00), QColor(0xF9, 0xA8, 0x25),
+        QColor(0x55, 0x8B, 0x2F), QColor(0x00, 0x89, 0x7B), QColor(0x00, 0xB0, 0xFF),
+        QColor(0x29, 0x79, 0xFF), QColor(0xD5, 0x00, 0xF9), QColor(0x78, 0x90, 0x9C),
+        QColor(0xBC, 0xAA, 0xA4),
+    };
+    return palette;
+}
+
+QColor nickColor(const QString& nick)
+{
+    if (nick.isEmpty())
+        return emptyNickColor();
+    quint32 hash = 0;
+    for (const QChar c : nick)
+        hash = hash * 31u + c.unicode();
+    return nickPalette().at(static_cast<int>(hash & 15u));
+}
+
+const QList<QColor>& ircColorTable()
+{
+    static const QList<QColor> table = {
+        QColor(0xFF, 0xFF, 0xFF), QColor(0x00, 0x00, 0x00), QColor(0x00, 0x00, 0x80),
+        QColor(0x00, 0x80, 0x00), QColor(0xFF, 0x00, 0x00), QColor(0x80, 0x00, 0x00),
+        QColor(0x80, 0x00, 0x80), QColor(0xFF, 0xA5, 0x00), QColor(0xFF, 0xFF, 0x00),
+        QColor(0x00, 0xFF, 0x00), QColor(0x00, 0x80, 0x80), QColor(0x00, 0xFF, 0xFF),
+        QColor(0x00, 0x00, 0xFF), QColor(0xFF, 0x00, 0xFF), QColor(0x80, 0x80, 0x80),
+        QColor(0xC0, 0xC0, 0xC0),
+    };
+    return table;
+}
+
+QColor ircColor(int code)
+{
+    return ircColorTable().at(clampColorCode(code));
+}
+
+QColor linkColor()
+{
+    return QColor(0x00, 0x7A, 0xFF);
+}
+
+QTextCharFormat linkFormat(const QTextCharFormat& baseFmt, const QString& href)
+{
+    QTextCharFormat fmt = baseFmt;
+    fmt.setAnchor(true);
+    fmt.setAnchorHref(href);
+    fmt.setForeground(linkColor());
+    fmt.setUnderlineStyle(QTextCharFormat::SingleUnderline);
+    return fmt;
+}
+
+QList<LinkSegment> linkSegments(const QString& message)
+{
+    QList<LinkSegment> segments;
+    const bool web = mayHoldWebAddress(message);
+    const bool email = mayHoldEmailAddress(message);
+    if (!web && !email)
+        return segments;
+    const QString text = matchableText(message);
+
+    if (web) {
+        QRegularExpressionMatchIterator it = chatWebPattern().globalMatch(text);
+        while (it.hasNext()) {
+            const QRegularExpressionMatch m = it.next();
+            const QString address = m.captured(0);
+            segments.append({static_cast<int>(m.capturedStart(0)),
+                             static_cast<int>(m.capturedEnd(0)), address, address});
+        }
+    }
+    const qsizetype webCount = segments.size();
+
+    if (email) {
+        QRegularExpressionMatchIterator it = chatEmailPattern().globalMatch(text);
+        while (it.hasNext()) {
+            const QRegularExpressionMatch m = it.next();
+            const int start = static_cast<int>(m.capturedStart(0));
+            const int end = static_cast<int>(m.capturedEnd(0));
+            bool overlaps = false;
+            for (qsizetype i = 0; i < webCount && !overlaps; ++i)
+                overlaps = start < segments.at(i).end && end > segments.at(i).start;
+            if (overlaps)
+                continue;
+            const QString address = m.captured(0);
+            segments.append({start, end, QStringLiteral("mailto:") + address, address});
+        }
+    }
+
+    if (webCount > 0 && segments.size() > webCount) {
+        std::stable_sort(segments.begin(), segments.end(),
+                         [](const LinkSegment& a, const LinkSegment& b) { return a.start < b.start; });
+    }
+    return segments;
+}
+
+QString singleBlockText(const QString& text)
+{
+    const auto first = std::find_if(text.cbegin(), text.cend(),
+                                    [](QChar c) { return splitsRow(c.unicode()); });
+    if (first == text.cend())
+        return text;
+    QString out = text;
+    for (QChar& c : out) {
+        if (splitsRow(c.unicode()))
+            c = QLatin1Char(' ');
+    }
+    return out;
+}
+
+void insertMessageWithLinks(QTextCursor& cursor, const QString& text,
+                            const QTextCharFormat& baseFmt)
+{
+    // Links are found in the text as received; what is inserted has the
+    // row-splitting characters replaced one for one, so indexes still fit.
+    const QList<LinkSegment> segments = linkSegments(text);
+    const QString safe = singleBlockText(text);
+    if (segments.isEmpty()) {
+        cursor.insertText(safe, baseFmt);
+        return;
+    }
+
+    int pos = 0;
+    for (const LinkSegment& segment : segments) {
+        if (segment.start < pos)
+            continue;
+        if (segment.start > pos)
+            cursor.insertText(safe.mid(pos, segment.start - pos), baseFmt);
+        cursor.insertText(safe.mid(segment.start, segment.end - segment.start),
+                          linkFormat(baseFmt, segment.href));
+        pos = segment.end;
+    }
+    if (pos < safe.size())
+        cursor.insertText(safe.mid(pos), baseFmt);
+}
+
+QString ircToHtml(const QString& ircText)
+{
+    QString out;
+    out.reserve(ircText.size() + ircText.size() / 4 + 16);
+    bool bold = false;
+    bool italic = false;
+    bool underline = false;
+    ColorState currentColor;
+
+    const int n = static_cast<int>(ircText.size());
+    int pos = 0;
+    while (pos < n) {
+        const QChar c = ircText.at(pos);
+        switch (c.unicode()) {
+        case 0x02:
+            bold = !bold;
+            out += bold ? QLatin1String("<b>") : QLatin1String("</b>");
+            ++pos;
+            break;
+        case 0x1D:
+            italic = !italic;
+            out += italic ? QLatin1String("<i>") : QLatin1String("</i>");
+            ++pos;
+            break;
+        case 0x1F:
+            underline = !underline;
+            out += underline ? QLatin1String("<u>") : QLatin1String("</u>");
+            ++pos;
+            break;
+        case 0x03: {
+            ++pos;
+            int fg = -1;
+            int bg = -1;
+            if (pos < n && isAsciiDigit(ircText.at(pos))) {
+                fg = clampColorCode(readNumber(ircText, pos));
+                if (pos < n && ircText.at(pos) == QLatin1Char(',')) {
+                    ++pos;
+                    if (pos < n && isAsciiDigit(ircText.at(pos)))
+                        bg = clampColorCode(readNumber(ircText, pos));
+                }
+            }
+            openColor(out, currentColor, fg, bg);
+            break;
+        }
+        case '<':
+            out += QLatin1String("&lt;");
+            ++pos;
+            break;
+        case '>':
+            out += QLatin1String("&gt;");
+            ++pos;
+            break;
+        case '&':
+            out += QLatin1String("&amp;");
+            ++pos;
+            break;
+        case '"':
+            out += QLatin1String("&quot;");
+            ++pos;
+            break;
+        default:
+            out += c;
+            ++pos;
+        }
+    }
+
+    closeColor(out, currentColor);
+    if (underline)
+        out += QLatin1String("</u>");
+    if (italic)
+        out += QLatin1String("</i>");
+    if (bold)
+        out += QLatin1String("</b>");
+    return out;
+}
+
+QString linkifyHtml(const QString& input)
+{
+    const bool web = mayHoldWebAddress(input);
+    const bool email = mayHoldEmailAddress(input);
+    if (!web && !email)
+        return input;
+    const QString html = matchableText(input);
+
+    QList<HtmlMatch> matches;
+    if (web) {
+        // A web address ends at white space, and also where a tag begins:
+        // in HTML a raw "<" is always markup, never part of the address.
+        const QRegularExpression& re = topicWebPattern();
+        qsizetype offset = 0;
+        while (offset < html.size()) {
+            const QRegularExpressionMatch m = re.match(html, offset);
+            if (!m.hasMatch())
+                break;
+            const int start = static_cast<int>(m.capturedStart(0));
+            int end = static_cast<int>(m.capturedEnd(0));
+            const int lt = static_cast<int>(html.indexOf(QLatin1Char('<'), start));
+            if (lt >= 0 && lt < end)
+                end = lt;
+            const int schemeEnd =
+                static_cast<int>(html.indexOf(QLatin1String("://"), start)) + 3;
+            if (end > schemeEnd)
+                matches.append({start, end});
+            offset = std::max(end, start + 1);
+        }
+    }
+    if (email) {
+        QRegularExpressionMatchIterator it = topicEmailPattern().globalMatch(html);
+        while (it.hasNext()) {
+            const QRegularExpressionMatch m = it.next();
+            matches.append({static_cast<int>(m.capturedStart(0)),
+                            static_cast<int>(m.capturedEnd(0))});
+        }
+    }
+    if (matches.isEmpty())
+        return input;
+    std::stable_sort(matches.begin(), matches.end(),
+                     [](const HtmlMatch& a, const HtmlMatch& b) { return a.start < b.start; });
+
+    QString out;
+    out.reserve(html.size() + matches.size() * 32);
+    int pos = 0;
+    // Whether the text from pos up to scanned holds a "<" without a ">"
+    // after it, i.e. whether scanned lies inside a tag.
+    int scanned = 0;
+    bool insideTag = false;
+    for (const HtmlMatch& match : matches) {
+        if (match.start < pos)
+            continue; // overlaps a link made already
+        for (; scanned < match.start; ++scanned) {
+            const QChar c = html.at(scanned);
+            if (c == QLatin1Char('<'))
+                insideTag = true;
+            else if (c == QLatin1Char('>'))
+                insideTag = false;
+        }
+        if (insideTag)
+            continue;
+        if (match.start > 0 && html.at(match.start - 1) == QLatin1Char('>'))
+            continue;
+
+        const QStringView text = QStringView(html).mid(match.start, match.end - match.start);
+        const QString escaped = escapeHtmlPiece(text);
+        out += QStringView(html).mid(pos, match.start - pos);
+        out += QLatin1String("<a href=\"");
+        out += escaped;
+        out += QLatin1String("\">");
+        out += escaped;
+        out += QLatin1String("</a>");
+        pos = match.end;
+        scanned = pos;
+        insideTag = false;
+    }
+    out += QStringView(html).mid(pos);
+    return out;
+}
+
+QString ircTopicToHtml(const QString& ircText)
+{
+    return linkifyHtml(ircToHtml(ircText));
+}
+
+} // namespace IrcText
