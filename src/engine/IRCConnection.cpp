@@ -1,0 +1,487 @@
+#include "IRCConnection.h"
+
+#include "IRCParser.h"
+
+#include <QDateTime>
+#include <QPointer>
+#include <QSslSocket>
+#include <QStringDecoder>
+#include <QTcpSocket>
+#include <QTimer>
+
+#include <limits>
+
+namespace {
+
+const QString NotConnectedError = QStringLiteral("Socket is not connected");
+const QString NicksExhaustedError
+    = QStringLiteral("All nicknames are in use. Please choose a different nick.");
+const QString PingTimeoutError = QStringLiteral("Ping timeout: no response to PING for 45s");
+const QString OversizeLineError
+    = QStringLiteral("Received a line longer than 64 KiB without a line end; it was discarded.");
+const QString SleepReason = QStringLiteral("An IRC connection is open");
+constexpr int MaxNickLength = 30;
+constexpr int GeneratedNickCount = 100;
+
+// One received line, decoded: UTF-8 when it is valid UTF-8, ISO-8859-1
+// otherwise, so no byte is ever dropped or replaced.
+QString decodeLine(const char* data, qsizetype size)
+{
+    bool ascii = true;
+    for (qsizetype i = 0; i < size; ++i) {
+        if (static_cast<unsigned char>(data[i]) >= 0x80) {
+            ascii = false;
+            break;
+        }
+    }
+    if (ascii)
+        return QString::fromLatin1(data, size);
+    QStringDecoder decoder(QStringConverter::Utf8,
+        QStringConverter::Flag::Stateless | QStringConverter::Flag::ConvertInitialBom);
+    QString text = decoder.decode(QByteArrayView(data, size));
+    if (decoder.hasError())
+        return QString::fromLatin1(data, size);
+    return text;
+}
+
+} // namespace
+
+IRCConnection::IRCConnection(QObject* parent)
+    : QObject(parent)
+{
+    m_steadyClock.start();
+    keepAliveTimer = new QTimer(this);
+    connect(keepAliveTimer, &QTimer::timeout, this, &IRCConnection::checkKeepAlive);
+    connect(this, &IRCConnection::nickChanged, this, &IRCConnection::onOwnNickChanged);
+}
+
+IRCConnection::~IRCConnection()
+{
+    // Nobody should hear from a connection that is going away.
+    if (socket)
+        socket->disconnect(this);
+    disconnectFromServer();
+}
+
+void IRCConnection::connectToServer(
+    const QString& host, quint16 port, const QString& nick, const QString& realName, bool useSsl)
+{
+    this->host = host;
+    this->port = port;
+    this->realName = realName;
+    this->useSsl = useSsl;
+    away = false;
+    m_registered = false;
+
+    generateNickAlternatives(nick, m_serverConfig.altNickname);
+    if (pendingNicks.isEmpty()) {
+        nickName = nick;
+    } else {
+        nickName = pendingNicks.constFirst();
+        nickAttemptIndex = 0;
+    }
+
+    if (socket) {
+        // The old socket is left to go on its own; it no longer speaks for us.
+        socket->disconnect(this);
+        socket->deleteLater();
+        socket = nullptr;
+    }
+    buffer.clear();
+    m_discardingLine = false;
+
+    QSslSocket* sslSocket = useSsl ? new QSslSocket(this) : nullptr;
+    socket = sslSocket ? sslSocket : new QTcpSocket(this);
+    // Wired before connecting, so that an error found at once is not lost.
+    connect(socket, &QTcpSocket::connected, this, &IRCConnection::onConnected);
+    connect(socket, &QTcpSocket::disconnected, this, &IRCConnection::onDisconnected);
+    connect(socket, &QTcpSocket::readyRead, this, &IRCConnection::onReadyRead);
+    connect(socket, &QTcpSocket::errorOccurred, this, &IRCConnection::onError);
+    if (sslSocket)
+        sslSocket->connectToHostEncrypted(host, port, QIODevice::ReadWrite, QAbstractSocket::AnyIPProtocol);
+    else
+        socket->connectToHost(host, port, QIODevice::ReadWrite, QAbstractSocket::AnyIPProtocol);
+    socket->setSocketOption(QAbstractSocket::KeepAliveOption, 1);
+    socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+}
+
+void IRCConnection::disconnectFromServer()
+{
+    if (isConnected()) {
+        socket->write("QUIT :Quenvar leaving\r\n");
+        socket->flush();
+        socket->disconnectFromHost();
+    } else if (socket
+        && (socket->state() == QAbstractSocket::HostLookupState
+            || socket->state() == QAbstractSocket::ConnectingState)) {
+        // Still looking up or connecting: give up rather than register later.
+        socket->abort();
+    }
+    keepAliveTimer->stop();
+    enableSleep();
+}
+
+void IRCConnection::sendRaw(const QString& line)
+{
+    if (!isConnected()) {
+        emit errorOccurred(NotConnectedError);
+        return;
+    }
+    // One call sends one line: whatever follows an embedded line break is
+    // dropped, so text taken from the server can never smuggle in a command.
+    qsizetype end = line.size();
+    for (qsizetype i = 0; i < line.size(); ++i) {
+        const char16_t c = line.at(i).unicode();
+        if (c == u'\r' || c == u'\n') {
+            end = i;
+            break;
+        }
+    }
+    QByteArray bytes = QStringView(line).left(end).toUtf8();
+    bytes.append("\r\n", 2);
+    if (socket->write(bytes) == -1) {
+        emit errorOccurred(socket->errorString());
+        return;
+    }
+    lastActivity = now();
+}
+
+void IRCConnection::joinChannel(const QString& channel)
+{
+    sendRaw(QStringLiteral("JOIN ") + channel);
+}
+
+void IRCConnection::partChannel(const QString& channel)
+{
+    sendRaw(QStringLiteral("PART ") + channel + QStringLiteral(" :Leaving"));
+}
+
+void IRCConnection::sendPrivmsg(const QString& target, const QString& text)
+{
+    sendRaw(QStringLiteral("PRIVMSG ") + target + QStringLiteral(" :") + text);
+}
+
+void IRCConnection::changeNick(const QString& nick)
+{
+    sendRaw(QStringLiteral("NICK ") + nick);
+}
+
+void IRCConnection::sendWhois(const QString& nick)
+{
+    sendRaw(QStringLiteral("WHOIS ") + nick);
+}
+
+void IRCConnection::sendWatch(const QString& nick, bool add)
+{
+    if (!isConnected())
+        return;
+    sendRaw(QStringLiteral("WATCH %1%2").arg(add ? QStringLiteral("+") : QStringLiteral("-"), nick));
+}
+
+bool IRCConnection::isConnected() const
+{
+    return socket && socket->state() == QAbstractSocket::ConnectedState;
+}
+
+bool IRCConnection::isRegistered() const
+{
+    return m_registered;
+}
+
+void IRCConnection::setRegistered(bool registered)
+{
+    m_registered = registered;
+}
+
+QString IRCConnection::currentNick() const
+{
+    return nickName;
+}
+
+QString IRCConnection::getHost() const
+{
+    return host;
+}
+
+bool IRCConnection::isAway() const
+{
+    return away;
+}
+
+void IRCConnection::setAway(bool away)
+{
+    this->away = away;
+}
+
+void IRCConnection::resetListCounters()
+{
+    totalListChannels = 0;
+    totalListUsers = 0;
+    listServerName.clear();
+}
+
+void IRCConnection::addListChannel(int userCount)
+{
+    // Counts come from the server; saturate rather than overflow.
+    constexpr qint64 max = std::numeric_limits<int>::max();
+    constexpr qint64 min = std::numeric_limits<int>::min();
+    totalListChannels = static_cast<int>(qMin<qint64>(qint64(totalListChannels) + 1, max));
+    totalListUsers = static_cast<int>(qBound(min, qint64(totalListUsers) + userCount, max));
+}
+
+void IRCConnection::setListServerName(const QString& name)
+{
+    listServerName = name;
+}
+
+QString IRCConnection::getListServerName() const
+{
+    return listServerName;
+}
+
+int IRCConnection::getTotalListChannels() const
+{
+    return totalListChannels;
+}
+
+int IRCConnection::getTotalListUsers() const
+{
+    return totalListUsers;
+}
+
+void IRCConnection::setServerConfig(const ServerConfig& config)
+{
+    m_serverConfig = config;
+}
+
+ServerConfig IRCConnection::serverConfig() const
+{
+    return m_serverConfig;
+}
+
+void IRCConnection::tryNextNick()
+{
+    ++nickAttemptIndex;
+    if (nickAttemptIndex < pendingNicks.size()) {
+        const QString candidate = pendingNicks.at(nickAttemptIndex);
+        const QString oldNick = nickName;
+        nickName = candidate;
+        sendRaw(QStringLiteral("NICK ") + candidate);
+        emit nickChanged(oldNick, candidate);
+    } else {
+        // Stay at the end so that further rejections keep reporting exhaustion.
+        nickAttemptIndex = pendingNicks.size();
+        emit errorOccurred(NicksExhaustedError);
+    }
+}
+
+QStringList IRCConnection::nickCandidates() const
+{
+    return pendingNicks;
+}
+
+void IRCConnection::setKeepAliveClock(Clock clock)
+{
+    m_clock = std::move(clock);
+}
+
+void IRCConnection::setKeepAliveTiming(const KeepAliveTiming& timing)
+{
+    m_timing = timing;
+    if (keepAliveTimer->isActive())
+        keepAliveTimer->start(m_timing.checkIntervalMs);
+}
+
+IRCConnection::KeepAliveTiming IRCConnection::keepAliveTiming() const
+{
+    return m_timing;
+}
+
+bool IRCConnection::isKeepAliveRunning() const
+{
+    return keepAliveTimer->isActive();
+}
+
+bool IRCConnection::isPingPending() const
+{
+    return pingPending;
+}
+
+bool IRCConnection::isSleepInhibited() const
+{
+    return sleepInhibited;
+}
+
+const PlatformPower& IRCConnection::platformPower() const
+{
+    return m_power;
+}
+
+void IRCConnection::checkKeepAlive()
+{
+    if (!isConnected())
+        return;
+    const qint64 current = now();
+    if (pingPending && current - pingSentTimer > m_timing.pingTimeoutMs) {
+        emit errorOccurred(PingTimeoutError);
+        if (socket)
+            socket->disconnectFromHost();
+        return;
+    }
+    if (!pingPending && current - lastActivity > m_timing.idleBeforePingMs) {
+        sendRaw(QStringLiteral("PING :") + QDateTime::currentDateTime().toString(Qt::ISODate));
+        pingSentTimer = now();
+        pingPending = true;
+    }
+}
+
+void IRCConnection::onConnected()
+{
+    configureSocketKeepAlive();
+    lastActivity = now();
+    pingPending = false;
+    keepAliveTimer->start(m_timing.checkIntervalMs);
+    disableSleep();
+    sendRaw(QStringLiteral("NICK ") + nickName);
+    sendRaw(QStringLiteral("USER ") + nickName + QStringLiteral(" 0 * :") + realName);
+    emit connected();
+}
+
+void IRCConnection::onDisconnected()
+{
+    keepAliveTimer->stop();
+    enableSleep();
+    emit disconnected();
+}
+
+void IRCConnection::onReadyRead()
+{
+    if (!socket)
+        return;
+    lastActivity = now();
+    pingPending = false;
+    buffer.append(socket->readAll());
+    processBuffer();
+}
+
+void IRCConnection::onError(QAbstractSocket::SocketError socketError)
+{
+    Q_UNUSED(socketError);
+    auto* source = qobject_cast<QAbstractSocket*>(sender());
+    if (!source)
+        source = socket;
+    if (!source)
+        return;
+    // A connection that never came up gets no disconnected signal; do not
+    // keep the system awake for it.
+    if (source == socket && source->state() == QAbstractSocket::UnconnectedState) {
+        keepAliveTimer->stop();
+        enableSleep();
+    }
+    emit errorOccurred(source->errorString());
+}
+
+void IRCConnection::configureSocketKeepAlive()
+{
+    if (socket && socket->socketDescriptor() >= 0)
+        PlatformPower::configureTcpKeepAlive(socket->socketDescriptor());
+}
+
+void IRCConnection::disableSleep()
+{
+    if (sleepInhibited)
+        return;
+    m_power.inhibitSleep(SleepReason);
+    sleepInhibited = true;
+}
+
+void IRCConnection::enableSleep()
+{
+    if (!sleepInhibited)
+        return;
+    m_power.releaseSleep();
+    sleepInhibited = false;
+}
+
+void IRCConnection::generateNickAlternatives(const QString& primary, const QString& alt)
+{
+    pendingNicks.clear();
+    nickAttemptIndex = 0;
+    pendingNicks.append(primary);
+    if (!alt.isEmpty() && alt != primary)
+        pendingNicks.append(alt);
+    for (int i = 0; i < GeneratedNickCount; ++i) {
+        QString suffix;
+        if (i == 0)
+            suffix = QStringLiteral("_");
+        else if (i < 10)
+            suffix = QStringLiteral("_%1").arg(i);
+        else
+            suffix = QStringLiteral("__%1").arg(i);
+        const QString candidate = primary.left(MaxNickLength - suffix.size()) + suffix;
+        if (!pendingNicks.contains(candidate))
+            pendingNicks.append(candidate);
+    }
+}
+
+void IRCConnection::onOwnNickChanged(const QString& oldNick, const QString& newNick)
+{
+    if (oldNick != nickName)
+        return;
+    nickName = newNick;
+    emit ownNickChanged(newNick);
+}
+
+void IRCConnection::processBuffer()
+{
+    const QPointer<IRCConnection> guard(this);
+    QTcpSocket* const readingSocket = socket;
+    qsizetype start = 0;
+    while (true) {
+        const qsizetype lf = buffer.indexOf('\n', start);
+        if (lf < 0)
+            break;
+        const qsizetype lineStart = start;
+        qsizetype lineEnd = lf;
+        start = lf + 1;
+        if (m_discardingLine) {
+            // The tail of a line already reported as too long.
+            m_discardingLine = false;
+            continue;
+        }
+        if (lineEnd > lineStart && buffer.at(lineEnd - 1) == '\r')
+            --lineEnd;
+        const qsizetype size = lineEnd - lineStart;
+        if (size == 0)
+            continue;
+        // A receiver may replace the socket or delete us while we deliver;
+        // then the rest of this buffer is no longer ours to read.
+        if (size > MaxLineLength) {
+            emit errorOccurred(OversizeLineError);
+        } else {
+            const QString line = decodeLine(buffer.constData() + lineStart, size);
+            emit rawMessageReceived(line);
+            if (!guard || socket != readingSocket)
+                return;
+            IRCParser::parseLine(line, this);
+        }
+        if (!guard || socket != readingSocket)
+            return;
+    }
+    if (m_discardingLine) {
+        buffer.clear();
+        return;
+    }
+    buffer.remove(0, start);
+    // Room for a full-length line and the CR of its terminator.
+    if (buffer.size() > MaxLineLength + 1) {
+        buffer.clear();
+        m_discardingLine = true;
+        emit errorOccurred(OversizeLineError);
+    }
+}
+
+qint64 IRCConnection::now() const
+{
+    return m_clock ? m_clock() : m_steadyClock.elapsed();
+}

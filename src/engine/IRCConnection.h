@@ -1,0 +1,167 @@
+#pragma once
+
+#include "PlatformPower.h"
+#include "ServerConfig.h"
+
+#include <QAbstractSocket>
+#include <QByteArray>
+#include <QElapsedTimer>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+
+class QTcpSocket;
+class QTimer;
+
+// The one connection to one IRC server: owns the TCP or TLS socket, registers,
+// cuts the received bytes into lines for IRCParser, sends commands, keeps the
+// link alive and publishes everything that happens as signals.
+class IRCConnection : public QObject
+{
+    Q_OBJECT
+
+public:
+    // Timing of the keep-alive check. The defaults are the program's fixed
+    // values; tests shorten nothing but drive the clock (setKeepAliveClock).
+    struct KeepAliveTiming
+    {
+        int checkIntervalMs = 10000; // period of the keep-alive timer
+        qint64 idleBeforePingMs = 60000; // PING after strictly more idle time than this
+        qint64 pingTimeoutMs = 45000; // give up after strictly more time than this
+    };
+
+    // Monotonic milliseconds; only differences are used.
+    using Clock = std::function<qint64()>;
+
+    // Longest received line kept (bytes, without its terminator).
+    static constexpr int MaxLineLength = 64 * 1024;
+
+    explicit IRCConnection(QObject* parent = nullptr);
+    ~IRCConnection() override;
+
+    void connectToServer(
+        const QString& host, quint16 port, const QString& nick, const QString& realName, bool useSsl);
+    void disconnectFromServer();
+    void sendRaw(const QString& line);
+
+    void joinChannel(const QString& channel);
+    void partChannel(const QString& channel);
+    void sendPrivmsg(const QString& target, const QString& text);
+    void changeNick(const QString& nick);
+    void sendWhois(const QString& nick);
+    void sendWatch(const QString& nick, bool add);
+
+    bool isConnected() const;
+    bool isRegistered() const;
+    void setRegistered(bool registered);
+    QString currentNick() const;
+    QString getHost() const;
+    bool isAway() const;
+    void setAway(bool away);
+
+    void resetListCounters();
+    void addListChannel(int userCount);
+    void setListServerName(const QString& name);
+    QString getListServerName() const;
+    int getTotalListChannels() const;
+    int getTotalListUsers() const;
+
+    void setServerConfig(const ServerConfig& config);
+    ServerConfig serverConfig() const;
+
+    void tryNextNick();
+
+    // Nickname candidates in the order they are tried (built on connect).
+    QStringList nickCandidates() const;
+
+    // Keep-alive seam: the clock the check reads (an empty function restores
+    // the steady clock) and its timing.
+    void setKeepAliveClock(Clock clock);
+    void setKeepAliveTiming(const KeepAliveTiming& timing);
+    KeepAliveTiming keepAliveTiming() const;
+    bool isKeepAliveRunning() const;
+    bool isPingPending() const;
+
+    bool isSleepInhibited() const;
+    const PlatformPower& platformPower() const;
+
+public slots:
+    // Runs on every tick of the keep-alive timer; may be called directly.
+    void checkKeepAlive();
+
+signals:
+    void connected();
+    void registered();
+    void disconnected();
+    void errorOccurred(const QString& error);
+    void rawMessageReceived(const QString& message);
+    void serverMessage(const QString& message);
+    void privmsgReceived(const QString& from, const QString& target, const QString& text);
+    void joinReceived(const QString& nick, const QString& channel);
+    void partReceived(const QString& nick, const QString& channel, const QString& reason);
+    void nickChanged(const QString& oldNick, const QString& newNick);
+    void namesList(const QString& channel, const QStringList& names);
+    void namesListFinished(const QString& channel);
+    void topicReceived(const QString& channel, const QString& topic);
+    void quitReceived(const QString& nick, const QString& reason);
+    void kickReceived(
+        const QString& channel, const QString& kickedNick, const QString& kickerNick, const QString& reason);
+    void listStartReceived();
+    void listChannelReceived(const QString& channel, const QString& userCount, const QString& topic);
+    void listEndReceived();
+    void listInfoReceived(const QString& serverName, const int& totalChannels, const int& totalUsers);
+    void whoisUserReceived(
+        const QString& nick, const QString& user, const QString& host, const QString& real);
+    void whoisServerReceived(const QString& nick, const QString& server, const QString& serverInfo);
+    void whoisOperatorReceived(const QString& nick);
+    void whoisIdleReceived(const QString& nick, const int& idle, const QString& signon);
+    void whoisChannelsReceived(const QString& nick, const QString& channels);
+    void whoisEndReceived(const QString& targetTab, const QString& nick);
+    void whoisAwayReceived(const QString& nick, const QString& msg);
+    void watchStatus(const QString& nick, const bool& online);
+    void ownNickChanged(const QString& newNick);
+
+private slots:
+    void onConnected();
+    void onDisconnected();
+    void onReadyRead();
+    void onError(QAbstractSocket::SocketError socketError);
+
+private:
+    void configureSocketKeepAlive();
+    void disableSleep();
+    void enableSleep();
+    void generateNickAlternatives(const QString& primary, const QString& alt);
+    void onOwnNickChanged(const QString& oldNick, const QString& newNick);
+    void processBuffer();
+    qint64 now() const;
+
+    QTcpSocket* socket = nullptr;
+    QTimer* keepAliveTimer = nullptr;
+    qint64 lastActivity = 0; // clock time of the last received chunk or successful send
+    qint64 pingSentTimer = 0; // clock time the keep-alive PING went out
+    QString host;
+    quint16 port = 0;
+    QString nickName;
+    QString realName;
+    bool useSsl = false;
+    QByteArray buffer; // received bytes not yet ended by a line feed
+    bool m_registered = false;
+    bool away = false;
+    bool pingPending = false;
+    int totalListChannels = 0;
+    int totalListUsers = 0;
+    QString listServerName;
+    QStringList pendingNicks;
+    int nickAttemptIndex = 0;
+    bool sleepInhibited = false;
+    ServerConfig m_serverConfig;
+
+    bool m_discardingLine = false; // dropping the rest of an oversize line
+    KeepAliveTiming m_timing;
+    Clock m_clock;
+    QElapsedTimer m_steadyClock;
+    PlatformPower m_power;
+};
