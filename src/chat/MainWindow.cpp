@@ -1,8 +1,461 @@
 #include "MainWindow.h"
 
-MainWindow::MainWindow(QWidget* parent)
+#include "ChatView.h"
+#include "HighlightTabBar.h"
+#include "IRCConnection.h"
+#include "MyTabWidget.h"
+
+#include <QCompleter>
+#include <QHBoxLayout>
+#include <QKeySequence>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMenu>
+#include <QPainter>
+#include <QPixmap>
+#include <QPushButton>
+#include <QResizeEvent>
+#include <QShortcut>
+#include <QSplitter>
+#include <QStackedWidget>
+#include <QStatusBar>
+#include <QSvgRenderer>
+#include <QTabBar>
+#include <QTimer>
+#include <QVBoxLayout>
+
+namespace {
+
+const QString ServerTab = QStringLiteral("Server");
+const QString ListTab = QStringLiteral("List");
+
+// The pencil over an open square of the topic edit button.
+const char EditTopicSvg[] = R"(<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 24 24" width="24" height="24">)"
+                            R"(<path d="M11 4H4a2 2 0 0 0-2 2v14a2 2 0 0 0 2 2h14a2 2 0 0 0 2-2v-7 )"
+                            R"(M18.5 2.5a2.121 2.121 0 0 1 3 3L12 15l-4 1 1-4 9.5-9.5z" )"
+                            R"(fill="none" stroke="#007AFF" stroke-width="2" stroke-linecap="round" )"
+                            R"(stroke-linejoin="round"/></svg>)";
+
+bool isChannelKey(const QString& key)
+{
+    return key.startsWith(QLatin1Char('#'));
+}
+
+bool isPrivateKey(const QString& key)
+{
+    return !isChannelKey(key) && key != ServerTab && key != ListTab;
+}
+
+QString closeButtonStyle(bool current)
+{
+    return QStringLiteral("QPushButton {  background: transparent;  border: none;  font-size: 16px;  "
+                          "font-weight: bold;  color: %1;  padding: 0px;}QPushButton:hover {  "
+                          "background: rgba(0,0,0,0.1);  border-radius: 4px;}")
+        .arg(current ? QStringLiteral("#FFFFFF") : QStringLiteral("#999999"));
+}
+
+} // namespace
+
+MainWindow::MainWindow(QWidget* parent, Startup startup)
     : QMainWindow(parent)
 {
+    connection = new IRCConnection(this);
+    setupUI();
+    currentTheme = QStringLiteral("light");
+    tabBar->setTheme(currentTheme);
+    // The status bar carries notifications while there is no tray.
+    statusBar();
+    createServerTab();
+    createServerActions();
+    trackUserListChanges();
+
+    connectEngineSignals();
+    updateStatusBar();
+
     resize(1280, 720);
     setWindowTitle(QStringLiteral("Quenvar"));
+    if (startup == Startup::OpenConnectDialog)
+        QTimer::singleShot(0, this, &MainWindow::showConnectDialog);
+}
+
+// Every widget is a child of the window. The member list's model outlives
+// this class's members while the children are deleted: stop listening first.
+MainWindow::~MainWindow()
+{
+    if (userList && userList->model())
+        userList->model()->disconnect(this);
+}
+
+void MainWindow::setupUI()
+{
+    auto* central = new QWidget(this);
+    auto* mainLayout = new QVBoxLayout(central);
+
+    splitter = new QSplitter(Qt::Horizontal, central);
+    splitter->setHandleWidth(8);
+
+    tabWidget = new MyTabWidget(splitter);
+    tabBar = new HighlightTabBar(tabWidget);
+    tabWidget->setPublicTabBar(tabBar);
+    tabBar->setExpanding(true);
+    tabBar->setTheme(currentTheme);
+    tabBar->setContextMenuPolicy(Qt::CustomContextMenu);
+    tabWidget->setTabsClosable(false);
+
+    userList = new QListWidget(splitter);
+    userList->setMinimumWidth(100);
+    // Every row is one line of text: one size for all keeps big channels fast.
+    userList->setUniformItemSizes(true);
+    userList->setContextMenuPolicy(Qt::CustomContextMenu);
+
+    splitter->addWidget(tabWidget);
+    splitter->addWidget(userList);
+
+    connect(tabBar, &QTabBar::tabBarDoubleClicked, this, [this](int index) {
+        if (index >= 0 && tabWidget->tabText(index) != ServerTab)
+            closeTab(index);
+    });
+    connect(tabWidget, &QTabWidget::tabCloseRequested, this, &MainWindow::closeTab);
+    connect(tabWidget, &QTabWidget::currentChanged, this, &MainWindow::onTabChanged);
+    connect(tabBar, &QWidget::customContextMenuRequested, this, &MainWindow::onTabContextMenu);
+    connect(userList, &QWidget::customContextMenuRequested, this, &MainWindow::showUserContextMenu);
+    connect(userList, &QListWidget::itemDoubleClicked, this, &MainWindow::onUserDoubleClicked);
+    connect(splitter, &QSplitter::splitterMoved, this, &MainWindow::onSplitterMoved);
+
+    bottomStack = new QStackedWidget(central);
+    bottomStack->setMaximumHeight(40);
+
+    auto* inputRow = new QWidget(bottomStack);
+    auto* inputLayout = new QHBoxLayout(inputRow);
+    inputLayout->setContentsMargins(0, 0, 0, 0);
+    inputLine = new QLineEdit(inputRow);
+    inputLine->setPlaceholderText(QStringLiteral("Type a message..."));
+    inputLine->setMinimumHeight(30);
+    inputLine->setMaximumHeight(36);
+    inputLine->setStyleSheet(QStringLiteral("QLineEdit { padding: 4px 8px; }"));
+    connect(inputLine, &QLineEdit::returnPressed, this, &MainWindow::onSendInput);
+    emojiButton = new QPushButton(QString(QChar(0xD83D)) + QChar(0xDE0A), inputRow);
+    emojiButton->setToolTip(QStringLiteral("Insert emoji"));
+    emojiButton->setFixedSize(36, 30);
+    emojiButton->setCursor(Qt::PointingHandCursor);
+    emojiButton->setStyleSheet(QStringLiteral(
+        "QPushButton { background: transparent; border: none; font-size: 18px; padding: 0px; margin: 0px; }"
+        "QPushButton:hover { background: rgba(128,128,128,0.2); border-radius: 4px; }"));
+    inputLayout->addWidget(inputLine);
+    inputLayout->addWidget(emojiButton);
+
+    channelSearchEdit = new QLineEdit(bottomStack);
+    channelSearchEdit->setPlaceholderText(QStringLiteral("Search channels..."));
+    channelSearchEdit->setMaximumHeight(28);
+    connect(channelSearchEdit, &QLineEdit::textChanged, this, &MainWindow::filterChannelList);
+
+    bottomStack->addWidget(inputRow);
+    bottomStack->addWidget(channelSearchEdit);
+    bottomStack->setCurrentIndex(0);
+
+    mainLayout->addWidget(splitter);
+    mainLayout->addWidget(bottomStack);
+    setCentralWidget(central);
+
+    nickCompleter = new QCompleter(this);
+    nickCompleter->setCaseSensitivity(Qt::CaseInsensitive);
+    nickCompleter->setCompletionMode(QCompleter::PopupCompletion);
+    inputLine->setCompleter(nickCompleter);
+    // Tab completes the nick before the cursor; other keys bring the stale
+    // completion word list up to date before the completer sees them.
+    inputLine->installEventFilter(this);
+    // While the completer's popup is open it gets the keys first (and hands
+    // Tab to the line edit past any filter): watch it as well.
+    nickCompleter->popup()->installEventFilter(this);
+
+    auto* closeShortcut = new QShortcut(QKeySequence::Close, this);
+    closeShortcut->setContext(Qt::WindowShortcut);
+    connect(closeShortcut, &QShortcut::activated, this, [this] {
+        if (currentTabName != ServerTab)
+            closeTab(tabWidget->currentIndex());
+    });
+}
+
+void MainWindow::createServerTab()
+{
+    QWidget* page = createChannelTab(ServerTab, false);
+    TabInfo info;
+    info.widget = page;
+    info.chatView = page->findChild<ChatView*>();
+    tabs.insert(ServerTab, info);
+    const int index = tabWidget->addTab(page, ServerTab);
+    tabWidget->setTabToolTip(index, ServerTab);
+    currentTabName = ServerTab;
+    inputLine->setPlaceholderText(QStringLiteral("Type a command..."));
+    userList->hide();
+    emojiButton->hide();
+    userListShouldBeVisible = false;
+    adjustSplitterToRatio();
+    updateNickCompletionModel();
+    addCloseButtonToAllTabs();
+}
+
+QWidget* MainWindow::createChannelTab(const QString& name, bool isChannel)
+{
+    auto* page = new QWidget;
+    auto* layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 0, 0, 0);
+
+    if (isChannel) {
+        auto* topicBar = new QWidget(page);
+        topicBar->setObjectName(QStringLiteral("topicBar"));
+        topicBar->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+        auto* topicLayout = new QHBoxLayout(topicBar);
+        topicLayout->setContentsMargins(4, 2, 4, 2);
+        topicLayout->setSpacing(4);
+
+        auto* topicLabel = new QLabel(topicBar);
+        topicLabel->setObjectName(QStringLiteral("topicLabel"));
+        topicLabel->setTextFormat(Qt::RichText);
+        topicLabel->setWordWrap(true);
+        topicLabel->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::LinksAccessibleByMouse);
+        topicLabel->setOpenExternalLinks(true);
+        topicLabel->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+        topicLayout->addWidget(topicLabel, 1);
+
+        auto* editButton = new QPushButton(topicBar);
+        editButton->setObjectName(QStringLiteral("editTopicBtn"));
+        editButton->setFixedSize(24, 24);
+        editButton->setToolTip(QStringLiteral("Edit topic"));
+        editButton->setStyleSheet(QStringLiteral("QPushButton { border: none; }QPushButton:hover { "
+                                                 "background: rgba(128,128,128,0.2); border-radius: 4px; }"));
+        QPixmap pencil(24, 24);
+        pencil.fill(Qt::transparent);
+        {
+            QSvgRenderer renderer(QByteArray::fromRawData(EditTopicSvg, sizeof(EditTopicSvg) - 1));
+            QPainter painter(&pencil);
+            renderer.render(&painter);
+        }
+        editButton->setIcon(QIcon(pencil));
+        editButton->setIconSize(QSize(24, 24));
+        topicLayout->addWidget(editButton);
+
+        layout->addWidget(topicBar);
+    }
+
+    auto* view = new ChatView(page);
+    view->setNickColumnVisible(name != ServerTab);
+    view->setReadOnly(true);
+    view->setOpenExternalLinks(true);
+    QPalette palette = view->palette();
+    palette.setColor(QPalette::Base, Qt::white);
+    palette.setColor(QPalette::Window, Qt::white);
+    view->setPalette(palette);
+    view->setAutoFillBackground(true);
+    // Right-clicking the chat shows no menu.
+    view->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(view, &QWidget::customContextMenuRequested, view, [](const QPoint&) {});
+    layout->addWidget(view, 1);
+    return page;
+}
+
+MainWindow::TabInfo& MainWindow::registerTab(const QString& name, QWidget* page)
+{
+    TabInfo info;
+    info.widget = page;
+    info.chatView = page->findChild<ChatView*>();
+    if (isChannelKey(name)) {
+        info.topicBar = page->findChild<QWidget*>(QStringLiteral("topicBar"));
+        info.topicLabel = page->findChild<QLabel*>(QStringLiteral("topicLabel"));
+        info.editTopicBtn = page->findChild<QPushButton*>(QStringLiteral("editTopicBtn"));
+        if (info.editTopicBtn)
+            connect(info.editTopicBtn, &QPushButton::clicked, this, [this, name] { editTopic(name); });
+    }
+    if (isPrivateKey(name)) {
+        info.peerNick = name;
+        const QString lower = name.toLower();
+        if (!watchedNicks.contains(lower)) {
+            connection->sendWatch(name, true);
+            watchedNicks.insert(lower);
+        }
+    }
+    TabInfo& stored = tabs.insert(name, info).value();
+    const int index = tabWidget->addTab(page, name);
+    tabWidget->setTabToolTip(index, name);
+    return stored;
+}
+
+QString MainWindow::findPrivateChatTab(const QString& nick) const
+{
+    for (auto it = tabs.cbegin(); it != tabs.cend(); ++it) {
+        if (!isPrivateKey(it.key()))
+            continue;
+        const QString peer = it->peerNick.isEmpty() ? it.key() : it->peerNick;
+        if (peer.compare(nick, Qt::CaseInsensitive) == 0)
+            return it.key();
+    }
+    return QString();
+}
+
+void MainWindow::onTabChanged(int index)
+{
+    if (index < 0)
+        return;
+    if (!currentTabName.isEmpty())
+        tabInputHistory.insert(currentTabName, inputLine->text());
+
+    currentTabName = tabWidget->tabText(index);
+    auto it = tabs.find(currentTabName);
+    if (it != tabs.end() && it->highlighted) {
+        it->highlighted = false;
+        tabBar->unhighlightTab(tabWidget->currentIndex());
+    }
+
+    const bool isChannel = isChannelKey(currentTabName);
+    const bool isChat = isChannel || isPrivateKey(currentTabName);
+    updateUserListVisibility(isChannel);
+    emojiButton->setVisible(isChat);
+
+    bottomStack->setCurrentIndex(currentTabName == ListTab ? 1 : 0);
+    inputLine->setPlaceholderText(currentTabName == ServerTab ? QStringLiteral("Type a command...")
+                                                              : QStringLiteral("Type a message..."));
+
+    userList->clear();
+    if (isChannel) {
+        const auto users = channelUsers.constFind(currentTabName);
+        if (users != channelUsers.cend())
+            fillUserList(*users);
+        if (it != tabs.end() && it->topicBar) {
+            it->topicBar->show();
+            updateTopicLabel(currentTabName);
+            updateTopicEditButton(currentTabName);
+        }
+    }
+
+    updateNickCompletionModel();
+    updateOwnUserAppearance();
+    inputLine->setText(tabInputHistory.value(currentTabName));
+    addCloseButtonToAllTabs();
+    QTimer::singleShot(0, this, &MainWindow::adjustSplitterToRatio);
+}
+
+void MainWindow::requestCloseTab(int index)
+{
+    closeTab(index);
+}
+
+void MainWindow::closeTab(int index)
+{
+    if (index < 0 || index >= tabWidget->count())
+        return;
+    const QString name = tabWidget->tabText(index);
+    if (name == ServerTab)
+        return;
+
+    if (isPrivateKey(name) && watchedNicks.contains(name.toLower())) {
+        connection->sendWatch(name, false);
+        watchedNicks.remove(name.toLower());
+    }
+    if (isChannelKey(name) && connection->isConnected()) {
+        connection->partChannel(name);
+        appendMessageToTab(ServerTab, QStringLiteral("*** You left %1").arg(name), QString(), false);
+    }
+    if (name == ListTab) {
+        channelListWidget = nullptr;
+        listInfoLabel = nullptr;
+    }
+
+    // The tab bar keeps its blink marks by index: clear the marks from the
+    // closed tab on and set them again on the tabs that moved down.
+    for (int i = index; i < tabWidget->count(); ++i)
+        tabBar->unhighlightTab(i);
+    QWidget* page = tabWidget->widget(index);
+    tabWidget->removeTab(index);
+    if (page)
+        page->deleteLater();
+    for (int i = index; i < tabWidget->count(); ++i) {
+        const QString key = tabWidget->tabText(i);
+        if (key != currentTabName && tabs.value(key).highlighted)
+            tabBar->highlightTab(i);
+    }
+    tabs.remove(name);
+    tabInputHistory.remove(name);
+    channelTopics.remove(name);
+
+    if (currentTabName == name) {
+        currentTabName.clear();
+        updateUserListVisibility(false);
+        emojiButton->hide();
+        updateNickCompletionModel();
+    }
+    addCloseButtonToAllTabs();
+}
+
+void MainWindow::addCloseButtonToAllTabs()
+{
+    const int current = tabWidget->currentIndex();
+    for (int i = 0; i < tabWidget->count(); ++i) {
+        if (QWidget* old = tabBar->tabButton(i, QTabBar::LeftSide)) {
+            tabBar->setTabButton(i, QTabBar::LeftSide, nullptr);
+            old->hide();
+            old->deleteLater();
+        }
+        auto* button = new QPushButton(QString(QChar(0x00D7)), tabBar);
+        button->setFlat(true);
+        button->setFixedSize(20, 20);
+        button->setCursor(Qt::ArrowCursor);
+        button->setStyleSheet(closeButtonStyle(i == current));
+        connect(button, &QPushButton::clicked, this, [this, i] { closeTab(i); });
+        tabBar->setTabButton(i, QTabBar::LeftSide, button);
+    }
+}
+
+void MainWindow::updateUserListVisibility(bool isChannel)
+{
+    userListShouldBeVisible = isChannel;
+    userList->setVisible(isChannel);
+    adjustSplitterToRatio();
+}
+
+void MainWindow::adjustSplitterToRatio()
+{
+    if (!splitter || !adjustSplitterEnabled)
+        return;
+    const int total = splitter->width();
+    if (total < 1)
+        return;
+    if (userListShouldBeVisible) {
+        const int userWidth = total / 5;
+        splitter->setSizes({ total - userWidth, userWidth });
+    } else {
+        splitter->setSizes({ total, 0 });
+    }
+}
+
+// A drag lasts until the next resize or tab switch, which restore one fifth.
+void MainWindow::onSplitterMoved(int, int) { }
+
+void MainWindow::resizeEvent(QResizeEvent* event)
+{
+    QMainWindow::resizeEvent(event);
+    adjustSplitterToRatio();
+}
+
+void MainWindow::onTabContextMenu(const QPoint& pos)
+{
+    const int index = tabBar->tabAt(pos);
+    if (index < 0)
+        return;
+    const QString key = tabWidget->tabText(index);
+    if (key == ServerTab || key == ListTab)
+        return;
+
+    QMenu menu(this);
+    QAction* closeAction = menu.addAction(QStringLiteral("Close"));
+    QAction* autojoinAction = menu.addAction(QStringLiteral("Autojoin on connect"));
+    autojoinAction->setCheckable(true);
+    const bool contained = favoriteChannels.contains(key);
+    autojoinAction->setChecked(contained);
+
+    QAction* chosen = menu.exec(tabBar->mapToGlobal(pos));
+    if (chosen == closeAction)
+        closeTab(index);
+    else if (chosen == autojoinAction)
+        setChannelAutojoin(key, !contained);
 }

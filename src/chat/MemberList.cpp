@@ -1,5 +1,7 @@
 #include "MemberList.h"
 
+#include <QPair>
+
 #include <algorithm>
 
 namespace MemberList {
@@ -170,6 +172,52 @@ bool addJoinedMember(QStringList& names, const QString& nick)
         std::stable_sort(names.begin(), names.end(), less);
     }
     return true;
+}
+
+bool insertIntoJoinOrder(QStringList& names, const QString& nick)
+{
+    const auto less = [](const QString& a, const QString& b) { return lessCaseInsensitive(a, b); };
+    const auto first = std::lower_bound(names.begin(), names.end(), nick, less);
+    // Entries equal to nick ignoring case sit together from here on.
+    for (auto it = first; it != names.end() && !less(nick, *it); ++it) {
+        if (sameNick(*it, nick))
+            return false;
+    }
+    insertCaseInsensitive(names, nick);
+    return true;
+}
+
+void restoreJoinOrder(QStringList& names, const QStringList& outOfPlace)
+{
+    if (outOfPlace.isEmpty())
+        return;
+    const auto less = [](const QString& a, const QString& b) { return lessCaseInsensitive(a, b); };
+    // Take the moved entries out (in place); the rest is in order.
+    QList<QPair<qsizetype, QString>> taken;
+    for (const QString& name : outOfPlace) {
+        const qsizetype index = names.indexOf(name);
+        if (index >= 0)
+            taken.append({ index, names.takeAt(index) });
+    }
+    // Each goes to its one place unless it ties with another entry, where
+    // only the full stable sort knows the order.
+    bool tie = false;
+    for (qsizetype i = 0; i < taken.size() && !tie; ++i) {
+        const QString& name = taken.at(i).second;
+        const auto range = std::equal_range(names.cbegin(), names.cend(), name, less);
+        tie = range.first != range.second;
+        for (qsizetype j = i + 1; j < taken.size() && !tie; ++j)
+            tie = !less(name, taken.at(j).second) && !less(taken.at(j).second, name);
+    }
+    if (tie) {
+        // Back where they were, then the full sort.
+        for (auto it = taken.crbegin(); it != taken.crend(); ++it)
+            names.insert(it->first, it->second);
+        std::stable_sort(names.begin(), names.end(), less);
+        return;
+    }
+    for (const auto& entry : std::as_const(taken))
+        insertCaseInsensitive(names, entry.second);
 }
 
 int removeMember(QStringList& names, QStringView nick)

@@ -71,6 +71,17 @@ bool addJoinedMember(QStringList& names, const QString& nick);
 // equal names; returns the index it went to.
 int insertCaseInsensitive(QStringList& names, const QString& name);
 
+// Incremental join order, for lists known to be in case-insensitive order
+// (up to the entries named in outOfPlace). Both give exactly the list the
+// full stable sort of addJoinedMember would give.
+// Adds nick to a list in join order unless an entry equal to it ignoring
+// case is there (a binary search); returns whether it was added.
+bool insertIntoJoinOrder(QStringList& names, const QString& nick);
+// Puts a list that was in join order, and then had the entries outOfPlace
+// renamed in place, back into the order a stable sort would give. Falls back
+// to that sort when an entry to move ties with another one.
+void restoreJoinOrder(QStringList& names, const QStringList& outOfPlace);
+
 // Removes every entry whose stripped form equals nick, case ignored.
 // Returns the number removed.
 int removeMember(QStringList& names, QStringView nick);

@@ -1,0 +1,188 @@
+#include "ChatView.h"
+
+#include <QAbstractTextDocumentLayout>
+#include <QPaintEvent>
+#include <QPainter>
+#include <QScrollBar>
+#include <QTextBlock>
+#include <QTextBlockFormat>
+#include <QTextDocument>
+#include <QTimer>
+
+namespace {
+
+const QColor RuleColor(136, 136, 136);
+
+} // namespace
+
+ChatView::ChatView(QWidget* parent)
+    : QTextBrowser(parent)
+    , m_cursor(document())
+{
+    // Undo history would keep a copy of every row.
+    document()->setUndoRedoEnabled(false);
+    updateRowFormat();
+    m_flushTimer = new QTimer(this);
+    m_flushTimer->setSingleShot(true);
+    connect(m_flushTimer, &QTimer::timeout, this, &ChatView::flushBatch);
+}
+
+ChatView::~ChatView()
+{
+    // Balance the document's edit block; no scrolling on the way out.
+    if (m_editBlockOpen) {
+        m_editBlockOpen = false;
+        m_cursor.endEditBlock();
+    }
+}
+
+void ChatView::setNickColumnVisible(bool visible)
+{
+    m_nickColumn = visible;
+    updateRowFormat();
+    viewport()->update();
+}
+
+qreal ChatView::ruleX() const
+{
+    return document()->documentMargin() + TimestampColumnWidth + NickColumnWidth;
+}
+
+QTextCursor ChatView::appendRow()
+{
+    openEditBlock();
+    if (m_batchDepth == 0)
+        requestFlush();
+    m_cursor.movePosition(QTextCursor::End);
+    m_cursor.insertBlock(m_rowFormat, QTextCharFormat());
+    return m_cursor;
+}
+
+void ChatView::updateRowFormat()
+{
+    // Columns: the timestamp from the left edge; the nick right-aligned to
+    // the end of the nick column; the message from the start of the last
+    // column, where wrapped lines continue (hanging indent).
+    QList<QTextOption::Tab> stops;
+    qreal messageStart;
+    if (m_nickColumn) {
+        const qreal nickEnd = TimestampColumnWidth + NickColumnWidth;
+        stops << QTextOption::Tab(nickEnd - ColumnPadding, QTextOption::RightTab);
+        messageStart = nickEnd + ColumnPadding;
+    } else {
+        messageStart = TimestampColumnWidth + ColumnPadding;
+    }
+    stops << QTextOption::Tab(messageStart, QTextOption::LeftTab);
+    m_rowFormat = QTextBlockFormat();
+    m_rowFormat.setTabPositions(stops);
+    m_rowFormat.setLeftMargin(messageStart);
+    m_rowFormat.setTextIndent(-messageStart);
+    m_rowFormat.setAlignment(Qt::AlignLeft);
+}
+
+void ChatView::beginBatch()
+{
+    ++m_batchDepth;
+    openEditBlock();
+}
+
+void ChatView::endBatch()
+{
+    if (m_batchDepth == 0)
+        return;
+    if (--m_batchDepth == 0)
+        requestFlush();
+}
+
+void ChatView::requestFlush()
+{
+    if (m_flushTimer->isActive())
+        return;
+    // At most one layout and repaint per frame: a flood of lines is shown in
+    // frames, a single line at once.
+    qint64 delay = 0;
+    if (m_sinceFlush.isValid())
+        delay = qMax<qint64>(0, FrameIntervalMs - m_sinceFlush.elapsed());
+    m_flushTimer->start(int(delay));
+}
+
+void ChatView::flushBatch()
+{
+    if (m_batchDepth > 0)
+        return;
+    m_flushTimer->stop();
+    if (!m_editBlockOpen)
+        return;
+    closeEditBlock();
+    m_sinceFlush.start();
+}
+
+void ChatView::clearMessages()
+{
+    const bool reopen = m_editBlockOpen;
+    if (reopen) {
+        m_cursor.endEditBlock();
+        m_editBlockOpen = false;
+    }
+    document()->clear();
+    m_cursor = QTextCursor(document());
+    if (reopen)
+        openEditBlock();
+    viewport()->update();
+}
+
+int ChatView::rowCount() const
+{
+    return document()->blockCount() - 1;
+}
+
+void ChatView::openEditBlock()
+{
+    if (m_editBlockOpen)
+        return;
+    m_cursor.beginEditBlock();
+    m_editBlockOpen = true;
+}
+
+void ChatView::closeEditBlock()
+{
+    if (!m_editBlockOpen)
+        return;
+    m_editBlockOpen = false;
+    // Lays the rows of the batch out in one go.
+    m_cursor.endEditBlock();
+    scrollToEnd();
+}
+
+void ChatView::scrollToEnd()
+{
+    QTextCursor end(document());
+    end.movePosition(QTextCursor::End);
+    setTextCursor(end);
+    ensureCursorVisible();
+}
+
+void ChatView::paintEvent(QPaintEvent* event)
+{
+    QTextBrowser::paintEvent(event);
+    // While an edit block is open the layout lags behind the document; the
+    // rule is drawn again once the batch is laid out.
+    if (!m_nickColumn || m_editBlockOpen)
+        return;
+    const QTextBlock firstRow = document()->firstBlock().next();
+    if (!firstRow.isValid())
+        return;
+    QAbstractTextDocumentLayout* layout = document()->documentLayout();
+    const qreal top = layout->blockBoundingRect(firstRow).top();
+    const qreal bottom = layout->blockBoundingRect(document()->lastBlock()).bottom();
+    const int dx = horizontalScrollBar()->value();
+    const int dy = verticalScrollBar()->value();
+    const int x = qRound(ruleX()) - dx;
+    const int y1 = qMax(qRound(top) - dy, event->rect().top());
+    const int y2 = qMin(qRound(bottom) - dy, event->rect().bottom());
+    if (y2 < y1)
+        return;
+    QPainter painter(viewport());
+    painter.setPen(QPen(RuleColor, 1));
+    painter.drawLine(x, y1, x, y2);
+}
