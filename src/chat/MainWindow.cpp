@@ -16,6 +16,7 @@
 #include <QPixmap>
 #include <QPushButton>
 #include <QResizeEvent>
+#include <QSettings>
 #include <QShortcut>
 #include <QSplitter>
 #include <QStackedWidget>
@@ -62,13 +63,13 @@ MainWindow::MainWindow(QWidget* parent, Startup startup)
 {
     connection = new IRCConnection(this);
     setupUI();
-    currentTheme = QStringLiteral("light");
-    tabBar->setTheme(currentTheme);
-    // The status bar carries notifications while there is no tray.
-    statusBar();
+    // The theme the user chose last time ("light" on a first start).
+    applyTheme(QSettings().value(QStringLiteral("theme"), QStringLiteral("light")).toString());
+    setupMenuBar();
+    initSystemTray();
     createServerTab();
-    createServerActions();
     trackUserListChanges();
+    loadPreferences();
 
     connectEngineSignals();
     updateStatusBar();
@@ -142,6 +143,7 @@ void MainWindow::setupUI()
     emojiButton->setStyleSheet(QStringLiteral(
         "QPushButton { background: transparent; border: none; font-size: 18px; padding: 0px; margin: 0px; }"
         "QPushButton:hover { background: rgba(128,128,128,0.2); border-radius: 4px; }"));
+    connect(emojiButton, &QPushButton::clicked, this, &MainWindow::toggleEmojiPicker);
     inputLayout->addWidget(inputLine);
     inputLayout->addWidget(emojiButton);
 

@@ -30,6 +30,7 @@ class QStackedWidget;
 class QSystemTrayIcon;
 class QTimer;
 class QTreeWidget;
+class QTreeWidgetItem;
 
 // The program's one top-level window: a tab per conversation beside the
 // member list of the current channel, the input line below.
@@ -37,11 +38,14 @@ class QTreeWidget;
 // The class is large, so its code is split by concern:
 //   MainWindow.cpp         construction, layout, tab registry, closing, splitter
 //   MainWindowRender.cpp   message rows, mentions, highlights, notifications
-//   MainWindowLists.cpp    the member list (NAMES, sorting, menus)
+//   MainWindowLists.cpp    the member list (NAMES, sorting, menus), the channel list
 //   MainWindowInput.cpp    the input line, commands and nick completion
 //   MainWindowEvents.cpp   the connection: connect actions, protocol events, WHOIS
 //   MainWindowTopic.cpp    the topic strip of channel tabs
+//   MainWindowDialogs.cpp  the away and nickname dialogs, the emoji popup
 //   MainWindowSettings.cpp chat background, the current server's record
+//   MainWindowMenus.cpp    menus, about and help, status bar, theme, tray,
+//                          notifications, loading and applying preferences
 //
 // The window's state is public: its dialogs (preferences, topic editor) read
 // and write it directly.
@@ -126,6 +130,11 @@ public:
     QString stripModePrefix(const QString& nick) const;
     bool isUserOperator(const QString& channel) const;
     void updateOwnUserAppearance();
+    // Builds the "List" tab once.
+    void createListTab();
+    // The menu's "Channel List" and "/list": once registered, opens the list
+    // tab emptied, switches to it and sends LIST.
+    void requestChannelList();
 
     // --- Input line (MainWindowInput.cpp) ---
     // Marks the completion word list stale; it is rebuilt the next time it is
@@ -139,8 +148,20 @@ public:
     void markAway(const QString& message);
     void markBack(bool announceInTabs);
 
-    // --- Connection and protocol events (MainWindowEvents.cpp) ---
+    // --- Menus, status bar, theme, tray, preferences (MainWindowMenus.cpp) ---
+    void setupMenuBar();
     void updateStatusBar();
+    // Styles the whole window for theme ("light", "dark" or "glass") and
+    // stores it as the chosen theme.
+    void applyTheme(const QString& theme);
+    void initSystemTray();
+    void loadPreferences();
+    // Puts the chosen chat font (the member list's font while none was
+    // chosen) on the input line and every chat view.
+    void applyChatFont();
+    void applyTimestampFormat();
+
+    // --- Connection and protocol events (MainWindowEvents.cpp) ---
     // The port of the last connection made through the connect dialog (0
     // before any).
     quint16 currentPort() const { return m_currentPort; }
@@ -172,6 +193,16 @@ public slots:
     void completeNick();
     void onJoinChannel();
 
+    // Away and nickname dialogs, the emoji popup (MainWindowDialogs.cpp).
+    void onSetAway();
+    void onChangeNick();
+    void toggleEmojiPicker();
+
+    void onToggleTheme();
+    void openPreferencesWindow();
+    void showAboutBox();
+    void showHelpBox();
+
     void showConnectDialog();
     void onConnectTriggered();
     void onDisconnectTriggered();
@@ -199,8 +230,16 @@ public slots:
     void onWhoisAway(const QString& nick, const QString& message);
     void onWatchStatus(const QString& nick, bool online);
     void onOwnNickChanged(const QString& nick);
-    void filterChannelList(const QString& text);
     void editTopic(const QString& channel);
+
+    // --- Channel list browser (MainWindowLists.cpp) ---
+    void onListStart();
+    void onListChannel(const QString& channel, const QString& users, const QString& topic);
+    void onListEnd();
+    void onListInfo(const QString& server, int channels, int users);
+    void filterChannelList(const QString& text);
+    void onChannelListDoubleClicked(QTreeWidgetItem* item, int column);
+    void showChannelListContextMenu(const QPoint& pos);
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
@@ -212,6 +251,9 @@ public:
     QColor m_chatBgColor;
     QString m_timestampFormat = QStringLiteral("[HH:mm:ss]");
     QFont m_chatFont;
+    // Whether m_chatFont was chosen (stored, or picked in the preferences);
+    // until then the views keep the member list's font.
+    bool m_chatFontChosen = false;
     int m_emojiSize = 20;
     // Connection preferences.
     bool m_autoReconnect = true;
@@ -257,7 +299,7 @@ public:
 
     QAction* themeAction = nullptr;
 
-    // Server actions; the menu bar places them.
+    // The "&Server" menu's actions.
     QAction* connectAction = nullptr;
     QAction* disconnectAction = nullptr;
     QAction* reconnectAction = nullptr;
@@ -286,7 +328,6 @@ public:
 
 private:
     void connectEngineSignals();
-    void createServerActions();
     void refreshNickCompletionModel();
     void setCompletionWords(const QStringList& words);
     void renamePrivateTab(const QString& oldKey, const QString& newKey);

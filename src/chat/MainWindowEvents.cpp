@@ -12,7 +12,6 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QSettings>
-#include <QStatusBar>
 #include <QTimer>
 
 #include <algorithm>
@@ -68,7 +67,10 @@ void MainWindow::connectEngineSignals()
     connect(connection, &IRCConnection::topicReceived, this, &MainWindow::onTopic);
     connect(connection, &IRCConnection::quitReceived, this, &MainWindow::onQuit);
     connect(connection, &IRCConnection::kickReceived, this, &MainWindow::onKick);
-    // The channel-list signals are connected by the channel list browser.
+    connect(connection, &IRCConnection::listStartReceived, this, &MainWindow::onListStart);
+    connect(connection, &IRCConnection::listChannelReceived, this, &MainWindow::onListChannel);
+    connect(connection, &IRCConnection::listEndReceived, this, &MainWindow::onListEnd);
+    connect(connection, &IRCConnection::listInfoReceived, this, &MainWindow::onListInfo);
     connect(connection, &IRCConnection::whoisUserReceived, this, &MainWindow::onWhoisUser);
     connect(connection, &IRCConnection::whoisServerReceived, this, &MainWindow::onWhoisServer);
     connect(connection, &IRCConnection::whoisOperatorReceived, this, &MainWindow::onWhoisOperator);
@@ -78,35 +80,6 @@ void MainWindow::connectEngineSignals()
     connect(connection, &IRCConnection::whoisAwayReceived, this, &MainWindow::onWhoisAway);
     connect(connection, &IRCConnection::watchStatus, this, &MainWindow::onWatchStatus);
     connect(connection, &IRCConnection::ownNickChanged, this, &MainWindow::onOwnNickChanged);
-}
-
-void MainWindow::createServerActions()
-{
-    connectAction = new QAction(QStringLiteral("&Connect..."), this);
-    connect(connectAction, &QAction::triggered, this, &MainWindow::onConnectTriggered);
-    disconnectAction = new QAction(QStringLiteral("&Disconnect"), this);
-    connect(disconnectAction, &QAction::triggered, this, &MainWindow::onDisconnectTriggered);
-    reconnectAction = new QAction(QStringLiteral("&Reconnect"), this);
-    connect(reconnectAction, &QAction::triggered, this, &MainWindow::onReconnectTriggered);
-}
-
-void MainWindow::updateStatusBar()
-{
-    QStatusBar* bar = statusBar();
-    auto* label = bar->findChild<QLabel*>(QStringLiteral("connectionStatus"));
-    if (!label) {
-        label = new QLabel(bar);
-        label->setObjectName(QStringLiteral("connectionStatus"));
-        bar->addPermanentWidget(label);
-    }
-    if (!connection->isConnected()) {
-        bar->setStyleSheet(QStringLiteral("QStatusBar { background-color: #f8d7da; }"));
-        label->setText(QStringLiteral("Disconnected"));
-    } else {
-        bar->setStyleSheet(QStringLiteral("QStatusBar { background-color: #d4edda; }"));
-        label->setText(
-            QStringLiteral("Connected to %1 as %2").arg(connection->getHost(), connection->currentNick()));
-    }
 }
 
 // --- Connect, disconnect, reconnect ---------------------------------------------

@@ -68,8 +68,7 @@ void MainWindow::onSendInput()
                 false);
             break;
         }
-        // The reply is shown by the channel list browser.
-        connection->sendRaw(QStringLiteral("LIST"));
+        requestChannelList();
         break;
     case InputCommand::Type::Away:
         markAway(command.text);

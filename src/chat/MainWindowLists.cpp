@@ -5,16 +5,23 @@
 #include "IRCConnection.h"
 #include "MemberList.h"
 #include "MyTabWidget.h"
+#include "NumericTreeWidgetItem.h"
 
 #include <QApplication>
 #include <QClipboard>
+#include <QHeaderView>
+#include <QLabel>
 #include <QListWidget>
 #include <QMenu>
 #include <QTreeWidget>
+#include <QVBoxLayout>
 
 #include <algorithm>
 
 namespace {
+
+const QString ServerTab = QStringLiteral("Server");
+const QString ListTab = QStringLiteral("List");
 
 const QColor AwayRowColor(0xAA, 0xAA, 0xAA);
 
@@ -317,6 +324,116 @@ void MainWindow::showUserContextMenu(const QPoint& pos)
     menu.exec(userList->mapToGlobal(pos));
 }
 
+// --- Channel list browser -------------------------------------------------------
+
+void MainWindow::createListTab()
+{
+    if (tabs.contains(ListTab))
+        return;
+
+    auto* page = new QWidget;
+    auto* layout = new QVBoxLayout(page);
+    layout->setContentsMargins(0, 0, 0, 0);
+
+    listInfoLabel = new QLabel(QStringLiteral("Server: loading..."), page);
+    listInfoLabel->setStyleSheet(QStringLiteral("font-weight: bold; padding: 4px;"));
+    layout->addWidget(listInfoLabel);
+
+    channelListWidget = new QTreeWidget;
+    channelListWidget->setHeaderLabels(
+        { QStringLiteral("Channel"), QStringLiteral("Users"), QStringLiteral("Topic") });
+    channelListWidget->setRootIsDecorated(false);
+    channelListWidget->setAlternatingRowColors(true);
+    channelListWidget->setSortingEnabled(false);
+    // Every row is one line: one height for all keeps big listings fast.
+    channelListWidget->setUniformRowHeights(true);
+    channelListWidget->header()->setMinimumHeight(30);
+    channelListWidget->header()->setStyleSheet(
+        QStringLiteral("QHeaderView::section { padding: 4px; font-weight: bold; }"));
+    if (currentTheme == QLatin1String("dark")) {
+        channelListWidget->setStyleSheet(QStringLiteral(
+            "QTreeWidget { background-color: #1E1E1E; color: #DDDDDD; alternate-background-color: #252525; }"
+            "QTreeWidget::item:hover { background-color: #3A3A3A; }"
+            "QTreeWidget::item:selected { background-color: #505050; }"));
+    } else {
+        channelListWidget->setStyleSheet(QString());
+    }
+    channelListWidget->header()->setSectionResizeMode(0, QHeaderView::Interactive);
+    channelListWidget->header()->setMinimumSectionSize(120);
+    channelListWidget->setColumnWidth(0, 200);
+    channelListWidget->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(channelListWidget, &QWidget::customContextMenuRequested, this,
+        &MainWindow::showChannelListContextMenu);
+    connect(channelListWidget, &QTreeWidget::itemDoubleClicked, this, &MainWindow::onChannelListDoubleClicked);
+    layout->addWidget(channelListWidget);
+
+    TabInfo info;
+    info.widget = page;
+    tabs.insert(ListTab, info);
+    const int index = tabWidget->addTab(page, ListTab);
+    tabWidget->setTabToolTip(index, ListTab);
+    addCloseButtonToAllTabs();
+}
+
+void MainWindow::requestChannelList()
+{
+    if (!connection->isRegistered())
+        return;
+    createListTab();
+    if (channelListWidget)
+        channelListWidget->clear();
+    if (listInfoLabel)
+        listInfoLabel->setText(QStringLiteral("Server: loading..."));
+    const auto it = tabs.constFind(ListTab);
+    if (it != tabs.cend())
+        tabWidget->setCurrentWidget(it->widget);
+    connection->sendRaw(QStringLiteral("LIST"));
+}
+
+void MainWindow::onListStart()
+{
+    inList = true;
+    appendMessageToTab(ServerTab, QStringLiteral("*** Receiving channel list..."), QString(), false);
+    if (channelListWidget) {
+        // Thousands of rows follow: no repaints, and no sorting until the
+        // end sorts them once.
+        channelListWidget->setUpdatesEnabled(false);
+        channelListWidget->setSortingEnabled(false);
+    }
+}
+
+void MainWindow::onListChannel(const QString& channel, const QString& users, const QString& topic)
+{
+    if (!channelListWidget)
+        return;
+    auto* item = new NumericTreeWidgetItem;
+    item->setText(0, channel);
+    item->setText(1, users);
+    item->setText(2, topic);
+    item->setData(1, Qt::UserRole, users.toInt());
+    // A new row is visible whatever the filter says until the filter text
+    // changes again; a fresh row is never hidden.
+    channelListWidget->addTopLevelItem(item);
+}
+
+void MainWindow::onListEnd()
+{
+    if (channelListWidget) {
+        channelListWidget->setUpdatesEnabled(true);
+        channelListWidget->setSortingEnabled(true);
+        channelListWidget->sortByColumn(1, Qt::DescendingOrder);
+    }
+    inList = false;
+    appendMessageToTab(ServerTab, QStringLiteral("*** Channel list complete."), QString(), false);
+}
+
+void MainWindow::onListInfo(const QString& server, int channels, int users)
+{
+    if (listInfoLabel)
+        listInfoLabel->setText(
+            QStringLiteral("%1: %2 channels, %3 users").arg(server, QString::number(channels), QString::number(users)));
+}
+
 void MainWindow::filterChannelList(const QString& text)
 {
     if (!channelListWidget)
@@ -327,4 +444,45 @@ void MainWindow::filterChannelList(const QString& text)
             || item->text(2).contains(text, Qt::CaseInsensitive);
         item->setHidden(!visible);
     }
+}
+
+void MainWindow::onChannelListDoubleClicked(QTreeWidgetItem* item, int)
+{
+    if (!item || !connection->isConnected())
+        return;
+    const QString name = item->text(0);
+    if (name.isEmpty())
+        return;
+    auto it = tabs.find(name);
+    if (it == tabs.end()) {
+        registerTab(name, createChannelTab(name, true));
+        applyChatBackground();
+        addCloseButtonToAllTabs();
+        it = tabs.find(name);
+    }
+    tabWidget->setCurrentWidget(it->widget);
+    connection->joinChannel(name);
+}
+
+void MainWindow::showChannelListContextMenu(const QPoint& pos)
+{
+    if (!channelListWidget)
+        return;
+    QTreeWidgetItem* item = channelListWidget->itemAt(pos);
+    if (!item)
+        return;
+    const QString name = item->text(0);
+    const bool contained = favoriteChannels.contains(name);
+
+    QMenu menu(this);
+    QAction* joinAction = menu.addAction(QStringLiteral("Join ") + name);
+    QAction* autojoinAction = menu.addAction(QStringLiteral("Autojoin on connect"));
+    autojoinAction->setCheckable(true);
+    autojoinAction->setChecked(contained);
+
+    QAction* chosen = menu.exec(channelListWidget->mapToGlobal(pos));
+    if (chosen == joinAction)
+        connection->joinChannel(name);
+    else if (chosen == autojoinAction)
+        setChannelAutojoin(name, !contained);
 }

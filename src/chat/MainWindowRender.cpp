@@ -12,8 +12,6 @@
 #include <QDebug>
 #include <QHash>
 #include <QPair>
-#include <QStatusBar>
-#include <QSystemTrayIcon>
 #include <QTextCharFormat>
 #include <QTextCursor>
 
@@ -231,16 +229,4 @@ void MainWindow::highlightTab(const QString& tabName)
     const int index = tabWidget->indexOf(it->widget);
     if (index >= 0 && tabName != currentTabName)
         tabBar->highlightTab(index);
-}
-
-void MainWindow::showNotification(const QString& title, const QString& message)
-{
-    if (trayIcon && QSystemTrayIcon::supportsMessages()) {
-        trayIcon->showMessage(title, message, QSystemTrayIcon::Information, 5000);
-        return;
-    }
-    if (isActiveWindow())
-        return;
-    if (auto* bar = findChild<QStatusBar*>(QString(), Qt::FindDirectChildrenOnly))
-        bar->showMessage(title + QStringLiteral(": ") + message, 5000);
 }

@@ -1,5 +1,6 @@
 #include "PreferencesDialog.h"
 
+#include "MainWindow.h"
 #include "ThemeManager.h"
 
 #include <QApplication>
@@ -58,9 +59,9 @@ QString darkReadabilitySheet(const QString& theme)
 
 } // namespace
 
-PreferencesDialog::PreferencesDialog(const Values& current, QWidget* parent)
-    : QDialog(parent)
-    , m_values(current)
+PreferencesDialog::PreferencesDialog(MainWindow* main)
+    : QDialog(main)
+    , m_main(main)
 {
     setWindowTitle(tr("Preferences"));
     setMinimumSize(560, 520);
@@ -102,10 +103,10 @@ QWidget* PreferencesDialog::buildInterfacePage()
     themeCombo->addItem(tr("Light"), QStringLiteral("light"));
     themeCombo->addItem(tr("Dark"), QStringLiteral("dark"));
     themeCombo->addItem(tr("Glass"), QStringLiteral("glass"));
-    themeCombo->setCurrentIndex(qMax(0, themeCombo->findData(m_values.theme)));
+    themeCombo->setCurrentIndex(qMax(0, themeCombo->findData(m_main->currentTheme)));
     form->addRow(tr("Theme:"), themeCombo);
 
-    fontBtn = new QPushButton(fontButtonText(m_values.chatFont), page);
+    fontBtn = new QPushButton(fontButtonText(m_main->m_chatFont), page);
     fontBtn->setObjectName(QStringLiteral("prefsFontButton"));
     connect(fontBtn, &QPushButton::clicked, this, &PreferencesDialog::chooseFont);
     form->addRow(tr("Chat font:"), fontBtn);
@@ -114,10 +115,10 @@ QWidget* PreferencesDialog::buildInterfacePage()
     tsCombo->setObjectName(QStringLiteral("prefsWideCombo"));
     tsCombo->addItems({ QStringLiteral("[HH:mm:ss]"), QStringLiteral("[hh:mm:ss AP]"),
         QStringLiteral("[HH:mm]"), QStringLiteral("hh:mm") });
-    tsCombo->setCurrentIndex(qMax(0, tsCombo->findText(m_values.timestampFormat)));
+    tsCombo->setCurrentIndex(qMax(0, tsCombo->findText(m_main->m_timestampFormat)));
     form->addRow(tr("Timestamp:"), tsCombo);
 
-    emojiSpin = newSpinBox(12, 48, m_values.emojiSize, QStringLiteral("prefsSpinBox"), page);
+    emojiSpin = newSpinBox(12, 48, m_main->m_emojiSize, QStringLiteral("prefsSpinBox"), page);
     form->addRow(tr("Emoji size:"), emojiSpin);
 
     openNewTabCheck = new QCheckBox(tr("Switch to new tabs automatically"), page);
@@ -148,8 +149,8 @@ QWidget* PreferencesDialog::buildInterfacePage()
     bgPreview->setAlignment(Qt::AlignCenter);
     form->addRow(bgPreview);
 
-    m_selectedBgImage = m_values.chatBgImage;
-    m_selectedBgColor = m_values.chatBgColor;
+    m_selectedBgImage = m_main->m_chatBgImage;
+    m_selectedBgColor = m_main->m_chatBgColor;
     updateBgPreview();
     return page;
 }
@@ -170,11 +171,11 @@ QWidget* PreferencesDialog::buildChatPage()
     form->addRow(tr("Min prefix length:"), completionMinSpin);
 
     logCheck = new QCheckBox(tr("Enable logging"), page);
-    logCheck->setChecked(m_values.logEnabled);
+    logCheck->setChecked(m_main->m_logEnabled);
     form->addRow(logCheck);
 
     auto* logRow = new QHBoxLayout;
-    logPathEdit = new QLineEdit(m_values.logPath, page);
+    logPathEdit = new QLineEdit(m_main->m_logPath, page);
     logPathEdit->setPlaceholderText(tr("Log directory path..."));
     auto* logBrowse = new QPushButton(QStringLiteral("..."), page);
     logBrowse->setObjectName(QStringLiteral("prefsBgButton"));
@@ -205,27 +206,27 @@ QWidget* PreferencesDialog::buildNetworkPage()
     const QString wideSpin = QStringLiteral("prefsWideSpin");
 
     autoReconnectCheck = new QCheckBox(tr("Auto-reconnect on disconnect"), page);
-    autoReconnectCheck->setChecked(m_values.autoReconnect);
+    autoReconnectCheck->setChecked(m_main->m_autoReconnect);
     form->addRow(autoReconnectCheck);
 
-    reconnectDelaySpin = newSpinBox(1, 300, m_values.reconnectDelay, wideSpin, page);
+    reconnectDelaySpin = newSpinBox(1, 300, m_main->m_reconnectDelay, wideSpin, page);
     reconnectDelaySpin->setSuffix(tr(" sec"));
     form->addRow(tr("Reconnect delay:"), reconnectDelaySpin);
 
-    reconnectAttemptsSpin = newSpinBox(0, 100, m_values.reconnectAttempts, wideSpin, page);
+    reconnectAttemptsSpin = newSpinBox(0, 100, m_main->m_reconnectAttempts, wideSpin, page);
     reconnectAttemptsSpin->setSpecialValueText(tr("Unlimited"));
     form->addRow(tr("Max attempts:"), reconnectAttemptsSpin);
 
-    pingIntervalSpin = newSpinBox(10, 600, m_values.pingInterval, wideSpin, page);
+    pingIntervalSpin = newSpinBox(10, 600, m_main->m_pingInterval, wideSpin, page);
     pingIntervalSpin->setSuffix(tr(" sec"));
     form->addRow(tr("PING interval:"), pingIntervalSpin);
 
-    pingTimeoutSpin = newSpinBox(5, 120, m_values.pingTimeout, wideSpin, page);
+    pingTimeoutSpin = newSpinBox(5, 120, m_main->m_pingTimeout, wideSpin, page);
     pingTimeoutSpin->setSuffix(tr(" sec"));
     form->addRow(tr("PONG timeout:"), pingTimeoutSpin);
 
     sslCheck = new QCheckBox(tr("Accept invalid SSL certificates"), page);
-    sslCheck->setChecked(m_values.acceptInvalidSsl);
+    sslCheck->setChecked(m_main->m_acceptInvalidSSl);
     form->addRow(sslCheck);
 
     // Shown for the future; the connection always registers without it.
@@ -236,20 +237,15 @@ QWidget* PreferencesDialog::buildNetworkPage()
     return page;
 }
 
-QString PreferencesDialog::chosenTheme() const
-{
-    return themeCombo->currentData().toString();
-}
-
 void PreferencesDialog::chooseFont()
 {
     bool ok = false;
-    const QFont font = QFontDialog::getFont(&ok, m_values.chatFont, this);
+    const QFont font = QFontDialog::getFont(&ok, m_main->m_chatFont, this);
     if (!ok)
         return;
-    m_values.chatFont = font;
+    m_main->m_chatFont = font;
+    m_main->m_chatFontChosen = true;
     fontBtn->setText(fontButtonText(font));
-    emit chatFontChosen(font);
 }
 
 void PreferencesDialog::chooseBgImage()
@@ -307,40 +303,41 @@ void PreferencesDialog::updateBgPreview()
 
 void PreferencesDialog::saveAndApply()
 {
-    const QString theme = chosenTheme();
-    m_values.theme = theme;
-    emit themeChosen(theme);
+    const QString theme = themeCombo->currentData().toString();
+    m_main->applyTheme(theme);
+    m_main->applyChatFont();
 
-    m_values.timestampFormat = tsCombo->currentText();
-    m_values.emojiSize = emojiSpin->value();
-    m_values.logEnabled = logCheck->isChecked();
-    m_values.logPath = logPathEdit->text().trimmed();
-    m_values.chatBgImage = m_selectedBgImage;
-    m_values.chatBgColor = m_selectedBgColor;
-    m_values.autoReconnect = autoReconnectCheck->isChecked();
-    m_values.reconnectDelay = reconnectDelaySpin->value();
-    m_values.reconnectAttempts = reconnectAttemptsSpin->value();
-    m_values.pingInterval = pingIntervalSpin->value();
-    m_values.pingTimeout = pingTimeoutSpin->value();
-    m_values.acceptInvalidSsl = sslCheck->isChecked();
-    emit preferencesApplied(m_values);
+    m_main->m_timestampFormat = tsCombo->currentText();
+    m_main->m_emojiSize = emojiSpin->value();
+    m_main->m_logEnabled = logCheck->isChecked();
+    m_main->m_logPath = logPathEdit->text().trimmed();
+    m_main->m_chatBgImage = m_selectedBgImage;
+    m_main->m_chatBgColor = m_selectedBgColor;
+    m_main->applyChatBackground();
+
+    m_main->m_autoReconnect = autoReconnectCheck->isChecked();
+    m_main->m_reconnectDelay = reconnectDelaySpin->value();
+    m_main->m_reconnectAttempts = reconnectAttemptsSpin->value();
+    m_main->m_pingInterval = pingIntervalSpin->value();
+    m_main->m_pingTimeout = pingTimeoutSpin->value();
+    m_main->m_acceptInvalidSSl = sslCheck->isChecked();
 
     QSettings settings;
     settings.setValue(QStringLiteral("theme"), theme);
-    settings.setValue(QStringLiteral("chatFont"), m_values.chatFont.toString());
-    settings.setValue(QStringLiteral("timestampFormat"), m_values.timestampFormat);
-    settings.setValue(QStringLiteral("emojiSize"), m_values.emojiSize);
-    settings.setValue(QStringLiteral("logEnabled"), m_values.logEnabled);
-    settings.setValue(QStringLiteral("logPath"), m_values.logPath);
-    settings.setValue(QStringLiteral("chatBgImage"), m_values.chatBgImage);
+    settings.setValue(QStringLiteral("chatFont"), m_main->m_chatFont.toString());
+    settings.setValue(QStringLiteral("timestampFormat"), m_main->m_timestampFormat);
+    settings.setValue(QStringLiteral("emojiSize"), m_main->m_emojiSize);
+    settings.setValue(QStringLiteral("logEnabled"), m_main->m_logEnabled);
+    settings.setValue(QStringLiteral("logPath"), m_main->m_logPath);
+    settings.setValue(QStringLiteral("chatBgImage"), m_main->m_chatBgImage);
     settings.setValue(QStringLiteral("chatBgColor"),
-        m_values.chatBgColor.isValid() ? m_values.chatBgColor.name() : QString());
-    settings.setValue(QStringLiteral("autoReconnect"), m_values.autoReconnect);
-    settings.setValue(QStringLiteral("reconnectDelay"), m_values.reconnectDelay);
-    settings.setValue(QStringLiteral("reconnectAttempts"), m_values.reconnectAttempts);
-    settings.setValue(QStringLiteral("pingInterval"), m_values.pingInterval);
-    settings.setValue(QStringLiteral("pingTimeout"), m_values.pingTimeout);
-    settings.setValue(QStringLiteral("acceptInvalidSsl"), m_values.acceptInvalidSsl);
+        m_main->m_chatBgColor.isValid() ? m_main->m_chatBgColor.name() : QString());
+    settings.setValue(QStringLiteral("autoReconnect"), m_main->m_autoReconnect);
+    settings.setValue(QStringLiteral("reconnectDelay"), m_main->m_reconnectDelay);
+    settings.setValue(QStringLiteral("reconnectAttempts"), m_main->m_reconnectAttempts);
+    settings.setValue(QStringLiteral("pingInterval"), m_main->m_pingInterval);
+    settings.setValue(QStringLiteral("pingTimeout"), m_main->m_pingTimeout);
+    settings.setValue(QStringLiteral("acceptInvalidSsl"), m_main->m_acceptInvalidSSl);
     settings.sync();
 
     applyTheme();
@@ -360,11 +357,11 @@ void PreferencesDialog::applyTheme()
     m_buttonBox->button(QDialogButtonBox::Apply)->setObjectName(QStringLiteral("connectButton"));
     m_buttonBox->button(QDialogButtonBox::Ok)->setObjectName(QStringLiteral("connectButton"));
     m_buttonBox->button(QDialogButtonBox::Cancel)->setObjectName(QStringLiteral("cancelButton"));
-    setStyleSheet(
-        ThemeManager::preferencesDialogStyleSheet(m_values.theme) + darkReadabilitySheet(m_values.theme));
+    const QString theme = m_main->currentTheme;
+    setStyleSheet(ThemeManager::preferencesDialogStyleSheet(theme) + darkReadabilitySheet(theme));
     // Check-box texts follow the page too; through the palette's window text
     // only, so that the check mark inside the white box stays dark.
-    const QColor checkText = m_values.theme == QLatin1String("dark")
+    const QColor checkText = theme == QLatin1String("dark")
         ? QColor(0xDD, 0xDD, 0xDD)
         : QApplication::palette().windowText().color();
     const auto checks = findChildren<QCheckBox*>();

@@ -2,9 +2,9 @@
 
 #include <QColor>
 #include <QDialog>
-#include <QFont>
 #include <QString>
 
+class MainWindow;
 class QCheckBox;
 class QComboBox;
 class QDialogButtonBox;
@@ -15,69 +15,26 @@ class QShowEvent;
 class QSpinBox;
 
 // The preferences window: three pages ("Interface", "Chat", "Network") that
-// edit the chat window's preference values, write them to the settings store
-// and ask the window to re-apply them.
+// edit the chat window's preference members directly, write them to the
+// settings store and have the window re-apply theme, font and background.
 //
-// The dialog does not know the chat window. It is built from a copy of the
-// window's current values (`Values`) and talks back through signals:
-//
-//   chatFontChosen(font)      the font chooser was confirmed. The window keeps
-//                             the font in its own chat-font member at once,
-//                             without applying or saving it; a later Apply or
-//                             OK (from this or another opening) saves it.
-//   themeChosen(theme)        first step of every Apply/OK: the window applies
-//                             the theme ("light", "dark" or "glass") to itself
-//                             (its applyTheme(theme), which also stores it).
-//   preferencesApplied(v)     second step: the window copies every value of `v`
-//                             into its members, then runs applyChatFont() and
-//                             applyChatBackground().
-//
-// After these the dialog writes all fourteen keys to the store and restyles
-// itself for the chosen theme. Opening: create it with the window as parent,
-// connect the three signals and show() it; it is non-modal and deletes itself
-// when closed, and several may be open at once.
+// Non-modal; it deletes itself when closed, and several may be open at once.
+// Each opening starts from the window's current members. A font picked with
+// the font chooser goes into the window's chat font at once, but is applied
+// and saved only by the next Apply or OK (from this or a later opening).
 class PreferencesDialog : public QDialog
 {
     Q_OBJECT
 
 public:
-    // The chat window's preference members, with the defaults used when a
-    // key is absent from the store.
-    struct Values
-    {
-        QString theme = QStringLiteral("light");
-        QFont chatFont;
-        QString timestampFormat = QStringLiteral("[HH:mm:ss]");
-        int emojiSize = 20;
-        bool logEnabled = false;
-        QString logPath;
-        QString chatBgImage;
-        QColor chatBgColor; // invalid: no colour chosen
-        bool autoReconnect = true;
-        int reconnectDelay = 10; // seconds
-        int reconnectAttempts = 0; // 0: unlimited
-        int pingInterval = 60; // seconds
-        int pingTimeout = 45; // seconds
-        bool acceptInvalidSsl = false;
-    };
-
-    explicit PreferencesDialog(const Values& current, QWidget* parent = nullptr);
-
-    // The values as last handed to the window (the opening values, the font
-    // once chosen, everything after an Apply).
-    Values values() const { return m_values; }
+    explicit PreferencesDialog(MainWindow* main);
 
 public slots:
-    // Copies the controls into the values, has the window apply them and
-    // writes every key to the store.
+    // Copies the controls into the window's members, has the window apply
+    // them and writes every key to the store.
     void saveAndApply();
-    // Styles the dialog for the current theme.
+    // Styles the dialog for the window's current theme.
     void applyTheme();
-
-signals:
-    void chatFontChosen(const QFont& font);
-    void themeChosen(const QString& theme);
-    void preferencesApplied(const PreferencesDialog::Values& values);
 
 protected:
     void showEvent(QShowEvent* event) override;
@@ -92,9 +49,8 @@ private:
     void chooseBgColor();
     void resetBg();
     void chooseLogPath();
-    QString chosenTheme() const;
 
-    Values m_values;
+    MainWindow* m_main = nullptr; // not owned
     QDialogButtonBox* m_buttonBox = nullptr;
 
     QComboBox* themeCombo = nullptr;

@@ -1,3 +1,5 @@
+#include "ChatView.h"
+#include "MainWindow.h"
 #include "PreferencesDialog.h"
 #include "TestMain.h"
 #include "ThemeManager.h"
@@ -21,37 +23,22 @@
 #include <QTimer>
 
 #include <functional>
+#include <memory>
 
 namespace {
 
-// Stands in for the chat window: keeps the preference values the way the
-// window keeps its members, and records what the dialog asked it to do.
-class FakeWindow : public QObject
+// A real chat window (it opens no connect dialog by itself) whose members the
+// dialog edits. The store is emptied after the window has started, so a test
+// sees only what the dialog writes.
+struct Window
 {
-    Q_OBJECT
+    std::unique_ptr<MainWindow> main { new MainWindow(nullptr, MainWindow::Startup::Quiet) };
 
-public:
-    PreferencesDialog::Values values;
-    QStringList calls;
-    bool storeWrittenBeforeApply = false;
+    Window() { QSettings().clear(); }
 
     PreferencesDialog* open()
     {
-        auto* dialog = new PreferencesDialog(values);
-        connect(dialog, &PreferencesDialog::chatFontChosen, this, [this](const QFont& font) {
-            values.chatFont = font;
-            calls << QStringLiteral("font");
-        });
-        connect(dialog, &PreferencesDialog::themeChosen, this, [this](const QString& theme) {
-            values.theme = theme;
-            calls << QStringLiteral("theme:") + theme;
-        });
-        connect(dialog, &PreferencesDialog::preferencesApplied, this,
-            [this](const PreferencesDialog::Values& applied) {
-                values = applied;
-                storeWrittenBeforeApply = QSettings().contains(QStringLiteral("emojiSize"));
-                calls << QStringLiteral("applied");
-            });
+        auto* dialog = new PreferencesDialog(main.get());
         dialog->show();
         return dialog;
     }
@@ -224,8 +211,8 @@ private slots:
     {
         QFETCH(QString, key);
         QFETCH(QString, expected);
-        FakeWindow window;
-        window.values.theme = QStringLiteral("dark");
+        Window window;
+        window.main->currentTheme = QStringLiteral("dark");
         QPointer<PreferencesDialog> dialog = window.open();
         boxButton(dialog, QDialogButtonBox::Ok)->click();
 
@@ -233,27 +220,27 @@ private slots:
         QCOMPARE(QSettings().allKeys().size(), 14);
         QVERIFY(QSettings().contains(key));
         QCOMPARE(stored(key), expected);
-        QCOMPARE(window.calls, (QStringList { "theme:dark", "applied" }));
-        QVERIFY(!window.storeWrittenBeforeApply);
+        // The window took the theme it had: OK re-applies it.
+        QCOMPARE(window.main->currentTheme, QStringLiteral("dark"));
+        QCOMPARE(window.main->styleSheet(), ThemeManager::globalStyleSheet("dark"));
     }
 
     void storedValuesRoundTrip()
     {
-        FakeWindow window;
+        Window window;
         QFont font(QFontDatabase::families().value(0), 15);
-        window.values.chatFont = font;
-        window.values.timestampFormat = QStringLiteral("[hh:mm:ss AP]");
-        window.values.emojiSize = 33;
-        window.values.logEnabled = true;
-        window.values.logPath = QStringLiteral("/var/log/quenvar");
-        window.values.chatBgColor = QColor(QStringLiteral("#123456"));
-        window.values.autoReconnect = false;
-        window.values.reconnectDelay = 250;
-        window.values.reconnectAttempts = 7;
-        window.values.pingInterval = 500;
-        window.values.pingTimeout = 100;
-        window.values.acceptInvalidSsl = true;
-        const PreferencesDialog::Values before = window.values;
+        window.main->m_chatFont = font;
+        window.main->m_timestampFormat = QStringLiteral("[hh:mm:ss AP]");
+        window.main->m_emojiSize = 33;
+        window.main->m_logEnabled = true;
+        window.main->m_logPath = QStringLiteral("/var/log/quenvar");
+        window.main->m_chatBgColor = QColor(QStringLiteral("#123456"));
+        window.main->m_autoReconnect = false;
+        window.main->m_reconnectDelay = 250;
+        window.main->m_reconnectAttempts = 7;
+        window.main->m_pingInterval = 500;
+        window.main->m_pingTimeout = 100;
+        window.main->m_acceptInvalidSSl = true;
 
         PreferencesDialog* dialog = window.open();
         boxButton(dialog, QDialogButtonBox::Apply)->click();
@@ -273,24 +260,24 @@ private slots:
         QCOMPARE(QSettings().value("acceptInvalidSsl").toBool(), true);
 
         // What the window received equals what it had.
-        QCOMPARE(window.values.chatFont, before.chatFont);
-        QCOMPARE(window.values.timestampFormat, before.timestampFormat);
-        QCOMPARE(window.values.emojiSize, before.emojiSize);
-        QCOMPARE(window.values.logEnabled, before.logEnabled);
-        QCOMPARE(window.values.logPath, before.logPath);
-        QCOMPARE(window.values.chatBgColor, before.chatBgColor);
-        QCOMPARE(window.values.autoReconnect, before.autoReconnect);
-        QCOMPARE(window.values.reconnectDelay, before.reconnectDelay);
-        QCOMPARE(window.values.reconnectAttempts, before.reconnectAttempts);
-        QCOMPARE(window.values.pingInterval, before.pingInterval);
-        QCOMPARE(window.values.pingTimeout, before.pingTimeout);
-        QCOMPARE(window.values.acceptInvalidSsl, before.acceptInvalidSsl);
+        QCOMPARE(window.main->m_chatFont, font);
+        QCOMPARE(window.main->m_timestampFormat, QStringLiteral("[hh:mm:ss AP]"));
+        QCOMPARE(window.main->m_emojiSize, 33);
+        QCOMPARE(window.main->m_logEnabled, true);
+        QCOMPARE(window.main->m_logPath, QStringLiteral("/var/log/quenvar"));
+        QCOMPARE(window.main->m_chatBgColor, QColor(QStringLiteral("#123456")));
+        QCOMPARE(window.main->m_autoReconnect, false);
+        QCOMPARE(window.main->m_reconnectDelay, 250);
+        QCOMPARE(window.main->m_reconnectAttempts, 7);
+        QCOMPARE(window.main->m_pingInterval, 500);
+        QCOMPARE(window.main->m_pingTimeout, 100);
+        QCOMPARE(window.main->m_acceptInvalidSSl, true);
         QVERIFY(dialog->isVisible()); // Apply keeps the dialog open
     }
 
     void editedControlsAreSaved()
     {
-        FakeWindow window;
+        Window window;
         PreferencesDialog* dialog = window.open();
         fieldFor<QComboBox>(dialog, "Timestamp:")->setCurrentText("hh:mm");
         fieldFor<QSpinBox>(dialog, "Emoji size:")->setValue(40);
@@ -312,14 +299,14 @@ private slots:
         QCOMPARE(QSettings().value("pingInterval").toInt(), 120);
         QCOMPARE(QSettings().value("pingTimeout").toInt(), 20);
         QCOMPARE(QSettings().value("acceptInvalidSsl").toBool(), true);
-        QCOMPARE(window.values.logPath, QStringLiteral("/tmp/irc logs"));
-        QCOMPARE(window.values.timestampFormat, QStringLiteral("hh:mm"));
+        QCOMPARE(window.main->m_logPath, QStringLiteral("/tmp/irc logs"));
+        QCOMPARE(window.main->m_timestampFormat, QStringLiteral("hh:mm"));
     }
 
     void unknownTimestampFormatBecomesFirstChoice()
     {
-        FakeWindow window;
-        window.values.timestampFormat = QStringLiteral("yyyy %1 <b>");
+        Window window;
+        window.main->m_timestampFormat = QStringLiteral("yyyy %1 <b>");
         PreferencesDialog* dialog = window.open();
         QCOMPARE(fieldFor<QComboBox>(dialog, "Timestamp:")->currentText(), QStringLiteral("[HH:mm:ss]"));
         boxButton(dialog, QDialogButtonBox::Apply)->click();
@@ -328,13 +315,13 @@ private slots:
 
     void cancelWritesNothing()
     {
-        FakeWindow window;
+        Window window;
         QPointer<PreferencesDialog> dialog = window.open();
         fieldFor<QSpinBox>(dialog, "Emoji size:")->setValue(40);
         boxButton(dialog, QDialogButtonBox::Cancel)->click();
         QTRY_VERIFY_WITH_TIMEOUT(dialog.isNull(), 10000);
         QVERIFY(QSettings().allKeys().isEmpty());
-        QVERIFY(window.calls.isEmpty());
+        QCOMPARE(window.main->m_emojiSize, 20);
     }
 
     // ---- Controls -------------------------------------------------------
@@ -367,7 +354,7 @@ private slots:
         QFETCH(int, maximum);
         QFETCH(QString, suffix);
         QFETCH(QString, objectName);
-        FakeWindow window;
+        Window window;
         PreferencesDialog* dialog = window.open();
         auto* spin = fieldFor<QSpinBox>(dialog, label);
         QVERIFY(spin);
@@ -379,8 +366,8 @@ private slots:
 
     void maxAttemptsZeroReadsUnlimited()
     {
-        FakeWindow window;
-        window.values.reconnectAttempts = 3;
+        Window window;
+        window.main->m_reconnectAttempts = 3;
         PreferencesDialog* dialog = window.open();
         auto* spin = fieldFor<QSpinBox>(dialog, "Max attempts:");
         QCOMPARE(spin->text(), QStringLiteral("3"));
@@ -388,12 +375,12 @@ private slots:
         QCOMPARE(spin->text(), QStringLiteral("Unlimited"));
         boxButton(dialog, QDialogButtonBox::Apply)->click();
         QCOMPARE(stored("reconnectAttempts"), QStringLiteral("0"));
-        QCOMPARE(window.values.reconnectAttempts, 0);
+        QCOMPARE(window.main->m_reconnectAttempts, 0);
     }
 
     void pagesAndObjectNames()
     {
-        FakeWindow window;
+        Window window;
         PreferencesDialog* dialog = window.open();
         auto* tabs = dialog->findChild<QTabWidget*>();
         QVERIFY(tabs);
@@ -422,7 +409,7 @@ private slots:
 
     void sizeIsFixed()
     {
-        FakeWindow window;
+        Window window;
         PreferencesDialog* dialog = window.open();
         QVERIFY(dialog->width() >= 560);
         QVERIFY(dialog->height() >= 520);
@@ -437,7 +424,7 @@ private slots:
 
     void inertControlsOpenWithFixedValues()
     {
-        FakeWindow window;
+        Window window;
         for (int opening = 0; opening < 2; ++opening) {
             PreferencesDialog* dialog = window.open();
             auto* newTabs = widgetWithText<QCheckBox>(dialog, "Switch to new tabs automatically");
@@ -505,9 +492,9 @@ private slots:
         QFETCH(QString, color);
         QFETCH(QString, styleStart);
         QFETCH(QString, text);
-        FakeWindow window;
-        window.values.chatBgImage = image;
-        window.values.chatBgColor = color.isEmpty() ? QColor() : QColor(color);
+        Window window;
+        window.main->m_chatBgImage = image;
+        window.main->m_chatBgColor = color.isEmpty() ? QColor() : QColor(color);
         PreferencesDialog* dialog = window.open();
         QLabel* label = preview(dialog);
         QVERIFY(label);
@@ -519,7 +506,7 @@ private slots:
     {
         QTemporaryDir dir;
         const QString image = makeImage(dir, "bg.png");
-        FakeWindow window;
+        Window window;
         PreferencesDialog* dialog = window.open();
 
         pickColor(widgetWithText<QPushButton>(dialog, "Solid Color..."), QColor("#336699"));
@@ -535,14 +522,14 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(guard.isNull(), 10000);
         QCOMPARE(stored("chatBgImage"), image);
         QCOMPARE(stored("chatBgColor"), QString());
-        QCOMPARE(window.values.chatBgImage, image);
-        QVERIFY(!window.values.chatBgColor.isValid());
+        QCOMPARE(window.main->m_chatBgImage, image);
+        QVERIFY(!window.main->m_chatBgColor.isValid());
     }
 
     void colorAfterImageClearsImage()
     {
-        FakeWindow window;
-        window.values.chatBgImage = QStringLiteral("/somewhere/old.png");
+        Window window;
+        window.main->m_chatBgImage = QStringLiteral("/somewhere/old.png");
         PreferencesDialog* dialog = window.open();
         pickColor(widgetWithText<QPushButton>(dialog, "Solid Color..."), QColor("#abcdef"));
         boxButton(dialog, QDialogButtonBox::Apply)->click();
@@ -564,9 +551,9 @@ private slots:
     {
         QFETCH(QString, image);
         QFETCH(QString, color);
-        FakeWindow window;
-        window.values.chatBgImage = image;
-        window.values.chatBgColor = color.isEmpty() ? QColor() : QColor(color);
+        Window window;
+        window.main->m_chatBgImage = image;
+        window.main->m_chatBgColor = color.isEmpty() ? QColor() : QColor(color);
         PreferencesDialog* dialog = window.open();
         QCOMPARE(preview(dialog)->text(), QString());
         widgetWithText<QPushButton>(dialog, "Reset")->click();
@@ -577,14 +564,14 @@ private slots:
         QVERIFY(QSettings().contains("chatBgColor"));
         QCOMPARE(stored("chatBgImage"), QString());
         QCOMPARE(stored("chatBgColor"), QString());
-        QVERIFY(window.values.chatBgImage.isEmpty());
-        QVERIFY(!window.values.chatBgColor.isValid());
+        QVERIFY(window.main->m_chatBgImage.isEmpty());
+        QVERIFY(!window.main->m_chatBgColor.isValid());
     }
 
     void colorChooserStartsFromChosenColor()
     {
-        FakeWindow window;
-        window.values.chatBgColor = QColor("#102030");
+        Window window;
+        window.main->m_chatBgColor = QColor("#102030");
         PreferencesDialog* dialog = window.open();
         QColor seen;
         QString title;
@@ -602,8 +589,8 @@ private slots:
 
     void cancelledImageChooserChangesNothing()
     {
-        FakeWindow window;
-        window.values.chatBgColor = QColor("#405060");
+        Window window;
+        window.main->m_chatBgColor = QColor("#405060");
         PreferencesDialog* dialog = window.open();
         QString title;
         QStringList filters;
@@ -623,7 +610,7 @@ private slots:
     void logDirectoryChooserFillsPath()
     {
         QTemporaryDir dir;
-        FakeWindow window;
+        Window window;
         PreferencesDialog* dialog = window.open();
         QString title;
         QFileDialog::FileMode mode = QFileDialog::AnyFile;
@@ -646,7 +633,7 @@ private slots:
 
     void fontPickedThenCancelIsSavedByNextApply()
     {
-        FakeWindow window;
+        Window window;
         const QFont wanted(QFontDatabase::families().value(0), 17);
         QPointer<PreferencesDialog> first = window.open();
         QPushButton* fontButton = fieldFor<QPushButton>(first, "Chat font:");
@@ -660,8 +647,8 @@ private slots:
         QCOMPARE(offered.pointSize(), 17);
         QCOMPARE(fontButton->text(), offered.family() + " 17");
         // Kept by the window at once, but neither applied nor saved.
-        QCOMPARE(window.calls, QStringList { "font" });
-        QCOMPARE(window.values.chatFont.toString(), offered.toString());
+        QVERIFY(window.main->inputLine->font().toString() != offered.toString());
+        QCOMPARE(window.main->m_chatFont.toString(), offered.toString());
         QVERIFY(QSettings().allKeys().isEmpty());
 
         boxButton(first, QDialogButtonBox::Cancel)->click();
@@ -672,24 +659,29 @@ private slots:
         QCOMPARE(fieldFor<QPushButton>(second, "Chat font:")->text(), offered.family() + " 17");
         boxButton(second, QDialogButtonBox::Apply)->click();
         QCOMPARE(stored("chatFont"), offered.toString());
-        QCOMPARE(window.values.chatFont.toString(), offered.toString());
+        QCOMPARE(window.main->m_chatFont.toString(), offered.toString());
+        // Applied now: every chat view shows it, and the input line its family
+        // (the theme's sheet keeps the line's text size).
+        QCOMPARE(window.main->inputLine->font().family(), offered.family());
+        for (const MainWindow::TabInfo& tab : std::as_const(window.main->tabs))
+            QCOMPARE(tab.chatView->font().toString(), offered.toString());
     }
 
     void cancelledFontChooserChangesNothing()
     {
-        FakeWindow window;
-        window.values.chatFont = QFont(QFontDatabase::families().value(0), 11);
+        Window window;
+        window.main->m_chatFont = QFont(QFontDatabase::families().value(0), 11);
         PreferencesDialog* dialog = window.open();
         QPushButton* fontButton = fieldFor<QPushButton>(dialog, "Chat font:");
         const QString before = fontButton->text();
-        QCOMPARE(before, window.values.chatFont.family() + " 11");
+        QCOMPARE(before, window.main->m_chatFont.family() + " 11");
         answerModal<QFontDialog>([](QFontDialog* chooser) {
             chooser->setCurrentFont(QFont(QFontDatabase::families().value(0), 30));
             chooser->reject();
         });
         fontButton->click();
         QCOMPARE(fontButton->text(), before);
-        QVERIFY(window.calls.isEmpty());
+        QVERIFY(!window.main->m_chatFontChosen);
     }
 
     // ---- Theme ------------------------------------------------------------
@@ -718,8 +710,8 @@ private slots:
         QFETCH(QString, shown);
         QFETCH(int, choice);
         QFETCH(QString, chosen);
-        FakeWindow window;
-        window.values.theme = current;
+        Window window;
+        window.main->currentTheme = current;
         PreferencesDialog* dialog = window.open();
         auto* combo = fieldFor<QComboBox>(dialog, "Theme:");
         QVERIFY(combo);
@@ -730,8 +722,8 @@ private slots:
         combo->setCurrentIndex(choice);
         boxButton(dialog, QDialogButtonBox::Apply)->click();
         QCOMPARE(stored("theme"), chosen);
-        QCOMPARE(window.calls.first(), "theme:" + chosen);
-        QCOMPARE(window.values.theme, chosen);
+        QCOMPARE(window.main->styleSheet(), ThemeManager::globalStyleSheet(chosen));
+        QCOMPARE(window.main->currentTheme, chosen);
         QVERIFY(dialog->styleSheet().startsWith(ThemeManager::preferencesDialogStyleSheet(chosen)));
         // Only the dark pages need their text lightened.
         QCOMPARE(dialog->styleSheet().contains("color: #DDDDDD"), chosen == "dark");
@@ -747,8 +739,8 @@ private slots:
         if (dir.isEmpty())
             QSKIP("QUENVAR_SCREENSHOT_DIR not set");
         for (const QString& theme : { QStringLiteral("light"), QStringLiteral("dark") }) {
-            FakeWindow window;
-            window.values.theme = theme;
+            Window window;
+            window.main->currentTheme = theme;
             PreferencesDialog* dialog = window.open();
             auto* tabs = dialog->findChild<QTabWidget*>();
             for (int page = 0; page < tabs->count(); ++page) {
