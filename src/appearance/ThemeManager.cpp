@@ -62,6 +62,10 @@ QString ThemeManager::globalStyleSheet(const QString& theme)
             "QTreeWidget { background-color: %3; color: %2; alternate-background-color: #252525; }\n"
             "QTreeWidget::item:hover { background-color: #3A3A3A; }\n"
             "QTreeWidget::item:selected { background-color: #505050; }\n"
+            // The channel list is a tree view over its own model.
+            "QTreeView#channelList { background-color: %3; color: %2; alternate-background-color: #252525; }\n"
+            "QTreeView#channelList::item:hover { background-color: #3A3A3A; }\n"
+            "QTreeView#channelList::item:selected { background-color: #505050; }\n"
             "QStatusBar { background-color: %1; color: %2; }\n"
             "QLabel#topicLabel { color: %2; }\n")
             .arg(p.windowBg, p.textColor, p.panelBg, p.inputBg, p.inputBorder);
@@ -87,6 +91,10 @@ QString ThemeManager::globalStyleSheet(const QString& theme)
         "border-radius: 8px; }\n"
         "QTreeWidget::item:hover { background-color: #E8F0FE; }\n"
         "QTreeWidget::item:selected { background-color: %3; color: #FFFFFF; }\n"
+        "QTreeView#channelList { background-color: #FFFFFF; color: %2; alternate-background-color: #F9F9FB; "
+        "border-radius: 8px; }\n"
+        "QTreeView#channelList::item:hover { background-color: #E8F0FE; }\n"
+        "QTreeView#channelList::item:selected { background-color: %3; color: #FFFFFF; }\n"
         "QStatusBar { background-color: %1; color: %2; border-top: 1px solid %4; }\n"
         "QLabel#topicLabel { color: %2; background: transparent; }\n")
         .arg(p.windowBg, p.textColor, p.accent, p.inputBorder);

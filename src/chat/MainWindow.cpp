@@ -360,6 +360,7 @@ void MainWindow::closeTab(int index)
     }
     if (name == ListTab) {
         channelListWidget = nullptr;
+        channelListModel = nullptr;
         listInfoLabel = nullptr;
     }
 

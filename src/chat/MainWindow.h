@@ -13,6 +13,7 @@
 #include <QString>
 #include <QStringList>
 
+class ChannelListModel;
 class ChatView;
 class HighlightTabBar;
 class IRCConnection;
@@ -29,8 +30,8 @@ class QSplitter;
 class QStackedWidget;
 class QSystemTrayIcon;
 class QTimer;
-class QTreeWidget;
-class QTreeWidgetItem;
+class QModelIndex;
+class QTreeView;
 
 // The program's one top-level window: a tab per conversation beside the
 // member list of the current channel, the input line below.
@@ -238,7 +239,7 @@ public slots:
     void onListEnd();
     void onListInfo(const QString& server, int channels, int users);
     void filterChannelList(const QString& text);
-    void onChannelListDoubleClicked(QTreeWidgetItem* item, int column);
+    void onChannelListDoubleClicked(const QModelIndex& index);
     void showChannelListContextMenu(const QPoint& pos);
 
 protected:
@@ -278,7 +279,9 @@ public:
     QStackedWidget* bottomStack = nullptr;
     QListWidget* userList = nullptr;
     IRCConnection* connection = nullptr;
-    QTreeWidget* channelListWidget = nullptr;
+    // The "List" tab's table and its rows; null while there is no list tab.
+    QTreeView* channelListWidget = nullptr;
+    ChannelListModel* channelListModel = nullptr;
     QLabel* listInfoLabel = nullptr;
     QSplitter* splitter = nullptr;
     HighlightTabBar* tabBar = nullptr;

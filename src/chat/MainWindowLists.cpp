@@ -2,18 +2,19 @@
 
 #include "MainWindow.h"
 
+#include "ChannelListModel.h"
 #include "IRCConnection.h"
 #include "MemberList.h"
 #include "MyTabWidget.h"
-#include "NumericTreeWidgetItem.h"
 
 #include <QApplication>
 #include <QClipboard>
 #include <QHeaderView>
 #include <QLabel>
+#include <QLineEdit>
 #include <QListWidget>
 #include <QMenu>
-#include <QTreeWidget>
+#include <QTreeView>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -339,22 +340,25 @@ void MainWindow::createListTab()
     listInfoLabel->setStyleSheet(QStringLiteral("font-weight: bold; padding: 4px;"));
     layout->addWidget(listInfoLabel);
 
-    channelListWidget = new QTreeWidget;
-    channelListWidget->setHeaderLabels(
-        { QStringLiteral("Channel"), QStringLiteral("Users"), QStringLiteral("Topic") });
+    channelListModel = new ChannelListModel(page);
+    channelListModel->setFilterText(channelSearchEdit->text());
+    channelListWidget = new QTreeView;
+    channelListWidget->setObjectName(QStringLiteral("channelList"));
+    channelListWidget->setModel(channelListModel);
     channelListWidget->setRootIsDecorated(false);
     channelListWidget->setAlternatingRowColors(true);
     channelListWidget->setSortingEnabled(false);
     // Every row is one line: one height for all keeps big listings fast.
     channelListWidget->setUniformRowHeights(true);
+    channelListWidget->setEditTriggers(QAbstractItemView::NoEditTriggers);
     channelListWidget->header()->setMinimumHeight(30);
     channelListWidget->header()->setStyleSheet(
         QStringLiteral("QHeaderView::section { padding: 4px; font-weight: bold; }"));
     if (currentTheme == QLatin1String("dark")) {
         channelListWidget->setStyleSheet(QStringLiteral(
-            "QTreeWidget { background-color: #1E1E1E; color: #DDDDDD; alternate-background-color: #252525; }"
-            "QTreeWidget::item:hover { background-color: #3A3A3A; }"
-            "QTreeWidget::item:selected { background-color: #505050; }"));
+            "QTreeView { background-color: #1E1E1E; color: #DDDDDD; alternate-background-color: #252525; }"
+            "QTreeView::item:hover { background-color: #3A3A3A; }"
+            "QTreeView::item:selected { background-color: #505050; }"));
     } else {
         channelListWidget->setStyleSheet(QString());
     }
@@ -364,7 +368,7 @@ void MainWindow::createListTab()
     channelListWidget->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(channelListWidget, &QWidget::customContextMenuRequested, this,
         &MainWindow::showChannelListContextMenu);
-    connect(channelListWidget, &QTreeWidget::itemDoubleClicked, this, &MainWindow::onChannelListDoubleClicked);
+    connect(channelListWidget, &QTreeView::doubleClicked, this, &MainWindow::onChannelListDoubleClicked);
     layout->addWidget(channelListWidget);
 
     TabInfo info;
@@ -380,8 +384,8 @@ void MainWindow::requestChannelList()
     if (!connection->isRegistered())
         return;
     createListTab();
-    if (channelListWidget)
-        channelListWidget->clear();
+    if (channelListModel)
+        channelListModel->clear();
     if (listInfoLabel)
         listInfoLabel->setText(QStringLiteral("Server: loading..."));
     const auto it = tabs.constFind(ListTab);
@@ -404,24 +408,17 @@ void MainWindow::onListStart()
 
 void MainWindow::onListChannel(const QString& channel, const QString& users, const QString& topic)
 {
-    if (!channelListWidget)
-        return;
-    auto* item = new NumericTreeWidgetItem;
-    item->setText(0, channel);
-    item->setText(1, users);
-    item->setText(2, topic);
-    item->setData(1, Qt::UserRole, users.toInt());
-    // A new row is visible whatever the filter says until the filter text
-    // changes again; a fresh row is never hidden.
-    channelListWidget->addTopLevelItem(item);
+    if (channelListModel)
+        channelListModel->appendChannel(channel, users, topic);
 }
 
 void MainWindow::onListEnd()
 {
     if (channelListWidget) {
         channelListWidget->setUpdatesEnabled(true);
+        // Largest channels first; enabling sorting sorts by the indicator.
+        channelListWidget->header()->setSortIndicator(1, Qt::DescendingOrder);
         channelListWidget->setSortingEnabled(true);
-        channelListWidget->sortByColumn(1, Qt::DescendingOrder);
     }
     inList = false;
     appendMessageToTab(ServerTab, QStringLiteral("*** Channel list complete."), QString(), false);
@@ -436,21 +433,15 @@ void MainWindow::onListInfo(const QString& server, int channels, int users)
 
 void MainWindow::filterChannelList(const QString& text)
 {
-    if (!channelListWidget)
-        return;
-    for (int i = 0; i < channelListWidget->topLevelItemCount(); ++i) {
-        QTreeWidgetItem* item = channelListWidget->topLevelItem(i);
-        const bool visible = text.isEmpty() || item->text(0).contains(text, Qt::CaseInsensitive)
-            || item->text(2).contains(text, Qt::CaseInsensitive);
-        item->setHidden(!visible);
-    }
+    if (channelListModel)
+        channelListModel->setFilterText(text);
 }
 
-void MainWindow::onChannelListDoubleClicked(QTreeWidgetItem* item, int)
+void MainWindow::onChannelListDoubleClicked(const QModelIndex& index)
 {
-    if (!item || !connection->isConnected())
+    if (!index.isValid() || !channelListModel || !connection->isConnected())
         return;
-    const QString name = item->text(0);
+    const QString name = channelListModel->channelAt(index.row()).name;
     if (name.isEmpty())
         return;
     auto it = tabs.find(name);
@@ -466,12 +457,12 @@ void MainWindow::onChannelListDoubleClicked(QTreeWidgetItem* item, int)
 
 void MainWindow::showChannelListContextMenu(const QPoint& pos)
 {
-    if (!channelListWidget)
+    if (!channelListWidget || !channelListModel)
         return;
-    QTreeWidgetItem* item = channelListWidget->itemAt(pos);
-    if (!item)
+    const QModelIndex index = channelListWidget->indexAt(pos);
+    if (!index.isValid())
         return;
-    const QString name = item->text(0);
+    const QString name = channelListModel->channelAt(index.row()).name;
     const bool contained = favoriteChannels.contains(name);
 
     QMenu menu(this);

@@ -8,6 +8,7 @@
 #include "MyTabWidget.h"
 #include "ServerConfig.h"
 #include "TestMain.h"
+#include "WindowHarness.h"
 
 #include <QAbstractTextDocumentLayout>
 #include <QCompleter>
@@ -79,29 +80,6 @@ QString messageColumn(const QTextBlock& block)
 bool isGrey(const QTextCharFormat& format)
 {
     return format.hasProperty(QTextFormat::ForegroundBrush) && format.foreground().color() == Grey;
-}
-
-// Runs action on the next popup menu that opens: triggers the item with the
-// given text (or just records the item texts when text is empty) and closes
-// the menu.
-void onNextMenu(const QString& text, QStringList* items = nullptr)
-{
-    QTimer::singleShot(0, [text, items] {
-        auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
-        if (!menu)
-            return;
-        for (QAction* action : menu->actions()) {
-            if (items)
-                *items << (action->isSeparator() ? QStringLiteral("-") : action->text());
-        }
-        for (QAction* action : menu->actions()) {
-            if (!text.isEmpty() && action->text() == text) {
-                action->trigger();
-                break;
-            }
-        }
-        menu->close();
-    });
 }
 
 } // namespace

@@ -42,6 +42,15 @@ public:
         return result;
     }
 
+    // Sends raw bytes to the window (lines must carry their CR LF).
+    void send(const QByteArray& bytes)
+    {
+        if (m_socket) {
+            m_socket->write(bytes);
+            m_socket->flush();
+        }
+    }
+
     void clear()
     {
         read();

@@ -1,0 +1,312 @@
+#include "ChannelListModel.h"
+#include "ChatView.h"
+#include "IRCConnection.h"
+#include "MainWindow.h"
+#include "MyTabWidget.h"
+#include "TestMain.h"
+#include "WindowHarness.h"
+
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QSettings>
+#include <QStackedWidget>
+#include <QTextBlock>
+#include <QTextDocument>
+#include <QTreeView>
+
+namespace {
+
+QStringList names(const ChannelListModel& model)
+{
+    QStringList result;
+    for (int row = 0; row < model.rowCount(); ++row)
+        result << model.channelAt(row).name;
+    return result;
+}
+
+QStringList serverRows(MainWindow* window)
+{
+    QStringList rows;
+    const QTextDocument* document = window->tabs.value("Server").chatView->document();
+    for (QTextBlock block = document->begin(); block.isValid(); block = block.next())
+        rows << block.text().section(QLatin1Char('\t'), -1);
+    return rows;
+}
+
+} // namespace
+
+class TestChannelList : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<WindowHarness> h;
+
+    // A registered window with the list tab open and a listing received.
+    void listThree()
+    {
+        QVERIFY(h->connectAndRegister());
+        h->window->requestChannelList();
+        QVERIFY(h->peerGot("LIST"));
+        h->serverSays(":irc.test 321 mynick Channel :Users Name\n"
+                      ":irc.test 322 mynick #small 9 :Online games\n"
+                      ":irc.test 322 mynick #Linux 10 :the kernel\n"
+                      ":irc.test 322 mynick #apple 15 :\n"
+                      ":irc.test 323 mynick :End of channel list.");
+    }
+
+private slots:
+    void init()
+    {
+        QSettings().clear();
+        h = std::make_unique<WindowHarness>();
+    }
+    void cleanup() { h.reset(); }
+
+    // ---- The rows ------------------------------------------------------------
+
+    void filterMatchesNameOrTopic_data()
+    {
+        QTest::addColumn<QString>("filter");
+        QTest::addColumn<QStringList>("shown");
+        QTest::newRow("empty shows all") << "" << QStringList { "#Linux", "#games", "#x" };
+        QTest::newRow("lin: name and topic alike") << "lin" << QStringList { "#Linux", "#games" };
+        QTest::newRow("case ignored") << "LINUX" << QStringList { "#Linux" };
+        QTest::newRow("user count is not searched") << "42" << QStringList {};
+        QTest::newRow("no wildcard syntax") << "#*" << QStringList {};
+    }
+
+    void filterMatchesNameOrTopic()
+    {
+        QFETCH(QString, filter);
+        QFETCH(QStringList, shown);
+        ChannelListModel model;
+        model.appendChannel("#Linux", "42", "the kernel");
+        model.appendChannel("#games", "7", "Online games");
+        model.appendChannel("#x", "420", "nothing");
+        model.setFilterText(filter);
+        QCOMPARE(names(model), shown);
+        QCOMPARE(model.channelCount(), 3);
+    }
+
+    void rowsArrivingWhileFilteredStayUntilTheFilterChanges()
+    {
+        ChannelListModel model;
+        model.appendChannel("#linux", "1", "");
+        model.setFilterText("lin");
+        model.appendChannel("#perl", "2", "camels");
+        QCOMPARE(names(model), (QStringList { "#linux", "#perl" }));
+        model.setFilterText("li");
+        QCOMPARE(names(model), QStringList { "#linux" });
+        model.setFilterText("");
+        QCOMPARE(names(model), (QStringList { "#linux", "#perl" }));
+    }
+
+    void sorting()
+    {
+        ChannelListModel model;
+        model.appendChannel("#b", "10", "Zeta");
+        model.appendChannel("#C", "9", "alpha");
+        model.appendChannel("#a", "x", "beta");
+        model.sort(1, Qt::AscendingOrder);
+        QCOMPARE(names(model), (QStringList { "#a", "#C", "#b" })); // not a number counts as 0; 9 before 10
+        model.sort(1, Qt::DescendingOrder);
+        QCOMPARE(names(model), (QStringList { "#b", "#C", "#a" }));
+        model.sort(0, Qt::AscendingOrder);
+        QCOMPARE(names(model), (QStringList { "#a", "#b", "#C" })); // case ignored
+        model.sort(2, Qt::AscendingOrder);
+        QCOMPARE(names(model), (QStringList { "#C", "#a", "#b" }));
+        // Sorting keeps the filter, and the filter keeps the order.
+        model.setFilterText("#");
+        model.sort(0, Qt::DescendingOrder);
+        model.setFilterText("b");
+        QCOMPARE(names(model), (QStringList { "#b", "#a" }));
+        QCOMPARE(model.data(model.index(0, 1), Qt::UserRole).toInt(), 10);
+        QCOMPARE(model.data(model.index(1, 1)).toString(), QStringLiteral("x"));
+    }
+
+    void sortingKeepsTheCurrentRow()
+    {
+        ChannelListModel model;
+        QTreeView view;
+        view.setModel(&model);
+        model.appendChannel("#one", "1", "");
+        model.appendChannel("#two", "2", "");
+        model.appendChannel("#three", "3", "");
+        view.setCurrentIndex(model.index(0, 0));
+        model.sort(1, Qt::DescendingOrder);
+        QCOMPARE(view.currentIndex().row(), 2);
+        QCOMPARE(model.channelAt(view.currentIndex().row()).name, QStringLiteral("#one"));
+    }
+
+    // ---- The list tab ----------------------------------------------------------
+
+    void listWaitsForRegistration()
+    {
+        QVERIFY(h->connect());
+        h->window->requestChannelList();
+        QVERIFY(!h->window->tabs.contains("List"));
+        QTest::qWait(50);
+        QVERIFY(h->peer->linesStartingWith("LIST").isEmpty());
+    }
+
+    void listingFillsTheTab()
+    {
+        listThree();
+        MainWindow* w = h->window.get();
+        QCOMPARE(w->currentTabName, QStringLiteral("List"));
+        QVERIFY(w->channelListWidget && w->channelListModel);
+        QCOMPARE(w->tabs.value("List").chatView, nullptr);
+        // The bottom strip holds the channel search field on the list tab.
+        QCOMPARE(w->bottomStack->currentWidget(), w->channelSearchEdit);
+
+        // Largest first, the counts numeric.
+        QCOMPARE(names(*w->channelListModel), (QStringList { "#apple", "#Linux", "#small" }));
+        QVERIFY(w->channelListWidget->isSortingEnabled());
+        QCOMPARE(w->channelListWidget->header()->sortIndicatorSection(), 1);
+        QCOMPARE(w->channelListWidget->header()->sortIndicatorOrder(), Qt::DescendingOrder);
+        QCOMPARE(w->listInfoLabel->text(), QStringLiteral("irc.test: 3 channels, 34 users"));
+        QVERIFY(!w->inList);
+
+        const QStringList rows = serverRows(w);
+        QVERIFY(rows.contains("*** Receiving channel list..."));
+        QVERIFY(rows.contains("*** Channel list complete."));
+        // The listing's numerics are not echoed into the server tab.
+        for (const QString& row : rows)
+            QVERIFY2(!row.contains("322") && !row.contains("End of channel list"), qPrintable(row));
+    }
+
+    void typedFilterFiltersTheTable()
+    {
+        listThree();
+        MainWindow* w = h->window.get();
+        QTest::keyClicks(w->channelSearchEdit, "LIN");
+        QCOMPARE(names(*w->channelListModel), (QStringList { "#Linux", "#small" }));
+        w->channelSearchEdit->clear();
+        QCOMPARE(w->channelListModel->rowCount(), 3);
+    }
+
+    void secondListingEmptiesTheTableFirst()
+    {
+        listThree();
+        MainWindow* w = h->window.get();
+        h->peer->clear();
+        w->requestChannelList();
+        QCOMPARE(w->channelListModel->rowCount(), 0);
+        QCOMPARE(w->listInfoLabel->text(), QStringLiteral("Server: loading..."));
+        QVERIFY(h->peerGot("LIST"));
+        h->serverSays(":irc.test 321 mynick Channel :Users Name\n"
+                      ":irc.test 322 mynick #new 3 :fresh");
+        QVERIFY(w->inList);
+        QVERIFY(!w->channelListWidget->isSortingEnabled());
+        QCOMPARE(names(*w->channelListModel), QStringList { "#new" });
+    }
+
+    void listCommandOpensTheTab()
+    {
+        QVERIFY(h->connectAndRegister());
+        h->window->tabWidget->setCurrentIndex(0);
+        h->window->inputLine->setText("/l");
+        h->window->onSendInput();
+        QCOMPARE(h->window->currentTabName, QStringLiteral("List"));
+        QVERIFY(h->peerGot("LIST"));
+    }
+
+    void doubleClickJoins()
+    {
+        listThree();
+        MainWindow* w = h->window.get();
+        h->peer->clear();
+        const int row = names(*w->channelListModel).indexOf("#Linux");
+        w->onChannelListDoubleClicked(w->channelListModel->index(row, 2));
+        QCOMPARE(w->currentTabName, QStringLiteral("#Linux"));
+        QVERIFY(w->tabs.value("#Linux").topicBar);
+        QVERIFY(h->peerGot("JOIN #Linux"));
+
+        // An existing tab: switch to it and join again.
+        w->tabWidget->setCurrentWidget(w->tabs.value("List").widget);
+        h->peer->clear();
+        const int tabsBefore = w->tabWidget->count();
+        w->onChannelListDoubleClicked(w->channelListModel->index(row, 0));
+        QCOMPARE(w->currentTabName, QStringLiteral("#Linux"));
+        QCOMPARE(w->tabWidget->count(), tabsBefore);
+        QVERIFY(h->peerGot("JOIN #Linux"));
+    }
+
+    void doubleClickWhileDisconnectedDoesNothing()
+    {
+        listThree();
+        MainWindow* w = h->window.get();
+        w->connection->disconnectFromServer();
+        QTRY_VERIFY(!w->connection->isConnected());
+        w->onChannelListDoubleClicked(w->channelListModel->index(0, 0));
+        QVERIFY(!w->tabs.contains("#apple"));
+    }
+
+    void contextMenuJoinsAndTogglesAutojoin()
+    {
+        listThree();
+        MainWindow* w = h->window.get();
+        w->show();
+        QVERIFY(QTest::qWaitForWindowExposed(w));
+        const QPoint onFirstRow = w->channelListWidget->visualRect(w->channelListModel->index(0, 0)).center();
+
+        QStringList items;
+        onNextMenu(QString(), &items);
+        w->showChannelListContextMenu(onFirstRow);
+        QCOMPARE(items, (QStringList { "Join #apple", "Autojoin on connect" }));
+
+        h->peer->clear();
+        onNextMenu("Join #apple");
+        w->showChannelListContextMenu(onFirstRow);
+        QVERIFY(h->peerGot("JOIN #apple"));
+        QVERIFY(!w->tabs.contains("#apple")); // the tab comes with the server's JOIN
+
+        onNextMenu("Autojoin on connect");
+        w->showChannelListContextMenu(onFirstRow);
+        QCOMPARE(w->favoriteChannels, QStringList { "#apple" });
+        QCOMPARE(serverRows(w).last(), QStringLiteral("*** Added #apple to autojoin list"));
+        onNextMenu("Autojoin on connect");
+        w->showChannelListContextMenu(onFirstRow);
+        QVERIFY(w->favoriteChannels.isEmpty());
+        QCOMPARE(serverRows(w).last(), QStringLiteral("*** Removed #apple from autojoin list"));
+
+        // Empty space: no menu.
+        items.clear();
+        const ModalDriver::HandlePtr menu = onNextMenu(QString(), &items);
+        w->showChannelListContextMenu(QPoint(5, w->channelListWidget->viewport()->height() - 2));
+        QTest::qWait(50);
+        menu->cancelled = true;
+        QVERIFY(!menu->handled);
+    }
+
+    void closingTheListTabForgetsItsWidgets()
+    {
+        listThree();
+        MainWindow* w = h->window.get();
+        w->closeTab(w->tabWidget->indexOf(w->tabs.value("List").widget));
+        QVERIFY(!w->tabs.contains("List"));
+        QCOMPARE(w->channelListWidget, nullptr);
+        QCOMPARE(w->channelListModel, nullptr);
+        QCOMPARE(w->listInfoLabel, nullptr);
+        // Rows of a listing still arriving are ignored.
+        h->serverSays(":irc.test 321 mynick Channel :Users Name\n"
+                      ":irc.test 322 mynick #late 1 :x\n"
+                      ":irc.test 323 mynick :End of channel list.");
+        QVERIFY(!w->inList);
+    }
+
+    void darkTableStyleIsFixedAtCreation()
+    {
+        h->window->applyTheme("dark");
+        listThree();
+        MainWindow* w = h->window.get();
+        QVERIFY(w->channelListWidget->styleSheet().contains("background-color: #1E1E1E"));
+        w->applyTheme("light");
+        QVERIFY(w->channelListWidget->styleSheet().contains("background-color: #1E1E1E"));
+    }
+};
+
+QUENVAR_TEST_MAIN(TestChannelList)
+#include "tst_channellist.moc"
