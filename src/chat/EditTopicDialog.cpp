@@ -145,6 +145,8 @@ EditTopicDialog::EditTopicDialog(
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel, this);
     buttons->button(QDialogButtonBox::Save)->setObjectName(QStringLiteral("connectButton"));
     buttons->button(QDialogButtonBox::Cancel)->setObjectName(QStringLiteral("cancelButton"));
+    for (QAbstractButton* button : buttons->buttons())
+        button->setIcon(QIcon()); // text only, like every other themed button
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     layout->addWidget(buttons);

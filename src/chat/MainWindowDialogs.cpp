@@ -57,6 +57,8 @@ bool runTextDialog(QWidget* parent, const QString& theme, const TextDialogSpec& 
     QPushButton* cancel = buttons->button(QDialogButtonBox::Cancel);
     cancel->setText(QStringLiteral("Cancel"));
     cancel->setObjectName(QStringLiteral("cancelButton"));
+    for (QAbstractButton* button : buttons->buttons())
+        button->setIcon(QIcon()); // text only, like every other themed button
     buttons->setStyleSheet(ThemeManager::buttonStyleSheet(theme));
     layout->addWidget(buttons);
 

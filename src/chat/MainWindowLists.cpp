@@ -246,7 +246,12 @@ void MainWindow::updateOwnUserAppearance()
         QFont font = item->font();
         font.setItalic(awayActive);
         item->setFont(font);
-        item->setForeground(awayActive ? QBrush(AwayRowColor) : QBrush(QColor()));
+        // Not away: no colour of its own, so the row takes the list's colour
+        // again (a brush of an invalid colour would paint it black).
+        if (awayActive)
+            item->setForeground(AwayRowColor);
+        else
+            item->setData(Qt::ForegroundRole, QVariant());
         return;
     }
 }

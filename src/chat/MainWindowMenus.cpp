@@ -93,10 +93,15 @@ void runInfoBox(QWidget* parent, const QString& title, const QString& iconFallba
     box.exec();
 }
 
-QString tabWidgetStyleSheet(const QString& theme)
+QString tabWidgetStyleSheet(const QString& theme, const ThemeManager::Palette& palette)
 {
     const bool light = theme == QLatin1String("light");
-    const QString pane = light ? QStringLiteral("QTabWidget::pane { border: none; padding: 0px; }") : QString();
+    // The page behind the chat view (the topic strip of a channel) takes the
+    // window colour, so that the topic text of the theme stays readable.
+    const QString pane = light
+        ? QStringLiteral("QTabWidget::pane { border: none; padding: 0px; }")
+        : QStringLiteral("QTabWidget::pane { background: %1; border: 1px solid %2; }")
+              .arg(palette.windowBg, palette.inputBorder);
     const QString background = light ? QStringLiteral("#F0F0F0") : QStringLiteral("#3A3A3A");
     const QString border = light ? QStringLiteral("#D1D1D6") : QStringLiteral("#555555");
     const QString hover = light ? QStringLiteral("#E0E0E0") : QStringLiteral("#4A4A4A");
@@ -255,6 +260,11 @@ void MainWindow::applyTheme(const QString& theme)
         central->setAttribute(Qt::WA_TranslucentBackground, false);
         central->setAutoFillBackground(true);
         central->setStyleSheet(QString());
+        // The filled background is the theme's window colour, not the
+        // platform's, so that the frame around the tabs matches the theme.
+        QPalette palette = central->palette();
+        palette.setColor(QPalette::Window, QColor(ThemeManager::palette(theme).windowBg));
+        central->setPalette(palette);
     }
 
     setStyleSheet(ThemeManager::globalStyleSheet(theme));
@@ -268,7 +278,7 @@ void MainWindow::applyTheme(const QString& theme)
     userList->setStyleSheet(QStringLiteral("QListWidget { border: 1px solid %1; }")
                                 .arg(theme == QLatin1String("dark") ? QStringLiteral("#555")
                                                                     : QStringLiteral("#ccc")));
-    tabWidget->setStyleSheet(tabWidgetStyleSheet(theme));
+    tabWidget->setStyleSheet(tabWidgetStyleSheet(theme, ThemeManager::palette(theme)));
 
     addCloseButtonToAllTabs();
     splitter->setStyleSheet(QStringLiteral("QSplitter::handle { background: transparent; }"));

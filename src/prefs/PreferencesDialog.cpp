@@ -78,6 +78,8 @@ PreferencesDialog::PreferencesDialog(MainWindow* main)
     m_buttonBox = new QDialogButtonBox(
         QDialogButtonBox::Ok | QDialogButtonBox::Apply | QDialogButtonBox::Cancel, this);
     layout->addWidget(m_buttonBox);
+    for (QAbstractButton* button : m_buttonBox->buttons())
+        button->setIcon(QIcon()); // text only, like every other themed button
     connect(m_buttonBox->button(QDialogButtonBox::Apply), &QPushButton::clicked, this,
         &PreferencesDialog::saveAndApply);
     connect(m_buttonBox, &QDialogButtonBox::accepted, this, [this] {

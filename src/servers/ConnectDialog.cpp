@@ -309,6 +309,11 @@ void ConnectDialog::loadSettings()
                 return;
             }
         }
+        // A server connected to by hand: the chat window stored its record
+        // under its identifier; show it with the row.
+        const QString rememberedId = ServerStore::idFromAddress(remembered);
+        if (!rememberedId.isEmpty())
+            m_serverConfigs.insert(rememberedId, loadServerConfig(rememberedId));
         serverListWidget->addItem(remembered);
         serverListWidget->setCurrentRow(serverListWidget->count() - 1);
         saveServerList();

@@ -930,7 +930,7 @@ private slots:
         w->awayActive = false;
         w->updateOwnUserAppearance();
         QVERIFY(!memberItem(QStringLiteral("@MyNick"))->font().italic());
-        QVERIFY(!memberItem(QStringLiteral("@MyNick"))->foreground().color().isValid());
+        QVERIFY(!memberItem(QStringLiteral("@MyNick"))->data(Qt::ForegroundRole).isValid());
     }
 
     // --- How a channel looks ---

@@ -196,7 +196,8 @@ private slots:
         w->onSetAway(); // back
         own = w->userList->item(0);
         QVERIFY(!own->font().italic());
-        QVERIFY(!own->foreground().color().isValid());
+        // Back to the list's own colour.
+        QVERIFY(!own->data(Qt::ForegroundRole).isValid());
     }
 
     void awayWhileDisconnectedDoesNothing()

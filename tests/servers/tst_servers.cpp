@@ -404,6 +404,23 @@ private slots:
         QCOMPARE(value("servers/new.example.org_7001/address"), QStringLiteral("new.example.org:7001"));
     }
 
+    // The chat window stores the record of a server connected to by hand; the
+    // next start lists that server from the history and shows its record.
+    void handTypedServerComesBackWithItsRecord()
+    {
+        QSettings settings;
+        settings.setValue("connection/history", QStringList { "127.0.0.1:16667" });
+        settings.setValue("servers/127.0.0.1_16667/nickname", "alice");
+        settings.setValue("servers/127.0.0.1_16667/realname", "Alice Example");
+        settings.setValue("servers/127.0.0.1_16667/autojoin", QStringList { "#a", "#b" });
+        settings.sync();
+        ConnectDialog dialog;
+        QCOMPARE(currentText(dialog), QStringLiteral("127.0.0.1:16667"));
+        QCOMPARE(edit(dialog, "nickEdit")->text(), QStringLiteral("alice"));
+        QCOMPARE(edit(dialog, "realNameEdit")->text(), QStringLiteral("Alice Example"));
+        QCOMPARE(edit(dialog, "channelsEdit")->text(), QStringLiteral("#a, #b"));
+    }
+
     void customServerWithUnderscoreHost()
     {
         QSettings().setValue("servers/customList", QStringList { "my_host_7000" });
