@@ -25,6 +25,16 @@ ChatView::ChatView(QWidget* parent)
     m_flushTimer = new QTimer(this);
     m_flushTimer->setSingleShot(true);
     connect(m_flushTimer, &QTimer::timeout, this, &ChatView::flushBatch);
+
+    // A view showing its last row keeps showing it when the rows are laid out
+    // again (a resize, a font or theme change); one scrolled back stays put.
+    QScrollBar* bar = verticalScrollBar();
+    connect(bar, &QScrollBar::valueChanged, this,
+        [this, bar](int value) { m_followsEnd = value >= bar->maximum(); });
+    connect(bar, &QScrollBar::rangeChanged, this, [this, bar](int, int maximum) {
+        if (m_followsEnd)
+            bar->setValue(maximum);
+    });
 }
 
 ChatView::~ChatView()

@@ -91,4 +91,6 @@ private:
     QElapsedTimer m_sinceFlush;
     bool m_editBlockOpen = false;
     bool m_nickColumn = true;
+    // The view shows the end of the document (and keeps doing so).
+    bool m_followsEnd = true;
 };

@@ -108,6 +108,12 @@ void EmojiPicker::setupUI()
                          "QPushButton:hover { background: rgba(0,0,0,0.08); }"
                          "QPushButton:pressed { background: rgba(0,0,0,0.15); }");
 
+    // Colour emoji where the system has them, before any text font's
+    // black-and-white glyphs.
+    QFont emojiFont = font();
+    emojiFont.setFamilies({ QStringLiteral("Noto Color Emoji"), QStringLiteral("Apple Color Emoji"),
+        QStringLiteral("Segoe UI Emoji"), emojiFont.family() });
+
     int row = 0;
     for (const EmojiCategory& category : emojiCategories()) {
         auto* title = new QLabel(category.name, container);
@@ -121,6 +127,7 @@ void EmojiPicker::setupUI()
             button->setFixedSize(36, 36);
             button->setCursor(Qt::PointingHandCursor);
             button->setToolTip(emoji);
+            button->setFont(emojiFont);
             button->setStyleSheet(buttonStyle);
             connect(button, &QPushButton::clicked, this, [this, emoji] {
                 emit emojiSelected(emoji);

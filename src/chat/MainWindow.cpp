@@ -138,6 +138,10 @@ void MainWindow::setupUI()
     connect(inputLine, &QLineEdit::returnPressed, this, &MainWindow::onSendInput);
     emojiButton = new QPushButton(QString(QChar(0xD83D)) + QChar(0xDE0A), inputRow);
     emojiButton->setToolTip(QStringLiteral("Insert emoji"));
+    QFont emojiFont = emojiButton->font();
+    emojiFont.setFamilies({ QStringLiteral("Noto Color Emoji"), QStringLiteral("Apple Color Emoji"),
+        QStringLiteral("Segoe UI Emoji"), emojiFont.family() });
+    emojiButton->setFont(emojiFont);
     emojiButton->setFixedSize(36, 30);
     emojiButton->setCursor(Qt::PointingHandCursor);
     emojiButton->setStyleSheet(QStringLiteral(
@@ -218,6 +222,10 @@ QWidget* MainWindow::createChannelTab(const QString& name, bool isChannel)
         topicLabel->setWordWrap(true);
         topicLabel->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::LinksAccessibleByMouse);
         topicLabel->setOpenExternalLinks(true);
+        // Links in the colour of links in the chat, readable in every theme.
+        QPalette linkPalette = topicLabel->palette();
+        linkPalette.setColor(QPalette::Link, QColor(0x00, 0x7A, 0xFF));
+        topicLabel->setPalette(linkPalette);
         topicLabel->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
         topicLayout->addWidget(topicLabel, 1);
 

@@ -224,6 +224,10 @@ void MainWindow::showHelpBox()
             table->setWordWrap(true);
             table->setStyleSheet(QStringLiteral("font-size: 13px; color: #333;"));
             table->setText(html);
+            // A wrapped label does not tell the box its height: give it its
+            // width and the height that width needs.
+            table->setFixedWidth(520);
+            table->setMinimumHeight(table->heightForWidth(520));
             layout->addWidget(table);
         });
 }

@@ -2,6 +2,8 @@
 // notifications, and how it loads and applies the stored preferences.
 
 #include "ChatView.h"
+#include "EditTopicDialog.h"
+#include "EmojiPicker.h"
 #include "HighlightTabBar.h"
 #include "IRCConnection.h"
 #include "MainWindow.h"
@@ -24,6 +26,8 @@
 #include <QSplitter>
 #include <QStatusBar>
 #include <QTemporaryDir>
+
+#include <functional>
 
 namespace {
 
@@ -416,6 +420,75 @@ private slots:
     {
         QVERIFY(!w->m_chatFontChosen);
         QCOMPARE(w->tabs.value("Server").chatView->font(), w->userList->font());
+    }
+
+    // With QUENVAR_SCREENSHOT_DIR set: the main window in each theme with a
+    // busy channel, the list tab with a filter, the about and help boxes,
+    // the emoji popup and the topic editor, saved as PNG files there.
+    void screenshots()
+    {
+        const QString dir = qEnvironmentVariable("QUENVAR_SCREENSHOT_DIR");
+        if (dir.isEmpty())
+            QSKIP("QUENVAR_SCREENSHOT_DIR not set");
+        QVERIFY(h->connectAndRegister("alice"));
+        w->resize(1100, 640);
+        w->show();
+        QVERIFY(QTest::qWaitForWindowExposed(w));
+        h->serverSays(":alice!a@h JOIN :#quenvar\n"
+                      ":irc.test 332 alice #quenvar :\x02Quenvar\x02 \x03" "4release\x03 day \xe2\x80\x94 notes at https://example.org/notes\n"
+                      ":irc.test 353 alice = #quenvar :@alice +bob carol averyveryverylongnickname ~dave\n"
+                      ":irc.test 366 alice #quenvar :End");
+        QByteArray chatter;
+        for (int i = 0; i < 40; ++i) {
+            const char* nicks[] = { "bob", "carol", "averyveryverylongnickname", "dave" };
+            chatter += QByteArray(":") + nicks[i % 4] + "!u@h PRIVMSG #quenvar :message " + QByteArray::number(i)
+                + (i % 9 == 3 ? " with a link https://example.org/page/" + QByteArray::number(i) : QByteArray())
+                + (i == 37 ? " alice: are you around?" : "") + "\n";
+        }
+        chatter += ":bob!u@h PRIVMSG alice :a private word\n";
+        h->serverSays(chatter);
+        w->tabWidget->setCurrentWidget(w->tabs.value("#quenvar").widget);
+        for (const QString& theme : { QStringLiteral("light"), QStringLiteral("dark"), QStringLiteral("glass") }) {
+            w->applyTheme(theme);
+            QTest::qWait(100);
+            QVERIFY(w->grab().save(QStringLiteral("%1/main-%2.png").arg(dir, theme)));
+        }
+        w->applyTheme("light");
+
+        h->window->requestChannelList();
+        h->serverSays(":irc.test 321 alice Channel :Users Name\n"
+                      ":irc.test 322 alice #linux 120 :All about the Linux kernel\n"
+                      ":irc.test 322 alice #games 45 :Online games and chat\n"
+                      ":irc.test 322 alice #quenvar 5 :Quenvar testing\n"
+                      ":irc.test 323 alice :End");
+        QTest::keyClicks(w->channelSearchEdit, "lin");
+        QTest::qWait(100);
+        QVERIFY(w->grab().save(dir + "/list-filtered.png"));
+
+        for (const auto& [name, open] : { std::pair<QString, std::function<void()>> { "about", [this] { w->showAboutBox(); } },
+                 std::pair<QString, std::function<void()>> { "help", [this] { w->showHelpBox(); } } }) {
+            ModalDriver::onModal<QDialog>([dir, name](QDialog* box) {
+                QTest::qWait(50);
+                box->grab().save(QStringLiteral("%1/%2.png").arg(dir, name));
+                box->accept();
+            });
+            open();
+        }
+
+        // The emoji popup in both themes, and the topic editor.
+        w->tabWidget->setCurrentWidget(w->tabs.value("#quenvar").widget);
+        for (const QString& theme : { QStringLiteral("light"), QStringLiteral("dark") }) {
+            EmojiPicker picker(w, theme);
+            picker.show();
+            QTest::qWait(50);
+            QVERIFY(picker.grab().save(QStringLiteral("%1/emoji-%2.png").arg(dir, theme)));
+        }
+        ModalDriver::onModal<EditTopicDialog>([dir](EditTopicDialog* editor) {
+            QTest::qWait(50);
+            editor->grab().save(dir + "/topic-editor.png");
+            editor->reject();
+        });
+        w->editTopic("#quenvar");
     }
 };
 
