@@ -108,11 +108,7 @@ void EmojiPicker::setupUI()
                          "QPushButton:hover { background: rgba(0,0,0,0.08); }"
                          "QPushButton:pressed { background: rgba(0,0,0,0.15); }");
 
-    // Colour emoji where the system has them, before any text font's
-    // black-and-white glyphs.
-    QFont emojiFont = font();
-    emojiFont.setFamilies({ QStringLiteral("Noto Color Emoji"), QStringLiteral("Apple Color Emoji"),
-        QStringLiteral("Segoe UI Emoji"), emojiFont.family() });
+    const QFont emojiFont = colourEmojiFont(font());
 
     int row = 0;
     for (const EmojiCategory& category : emojiCategories()) {
@@ -138,6 +134,14 @@ void EmojiPicker::setupUI()
         // A partly filled last row still ends the category.
         row += (int(category.emojis.size()) + columns - 1) / columns;
     }
+}
+
+QFont EmojiPicker::colourEmojiFont(const QFont& base)
+{
+    QFont font = base;
+    font.setFamilies({ QStringLiteral("Noto Color Emoji"), QStringLiteral("Apple Color Emoji"),
+        QStringLiteral("Segoe UI Emoji"), base.family() });
+    return font;
 }
 
 QPoint EmojiPicker::placement(const QRect& buttonGlobal, const QSize& popup, const QRect& available)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDialog>
+#include <QFont>
 #include <QPoint>
 #include <QRect>
 #include <QSize>
@@ -33,6 +34,11 @@ public:
     // is then clamped into `available`, keeping a 5-pixel gap to the edges.
     // Pure: needs no screen and no widget.
     static QPoint placement(const QRect& buttonGlobal, const QSize& popup, const QRect& available);
+
+    // `base` with the colour emoji fonts of the common systems put first, so
+    // emoji are drawn in colour rather than with a text font's black-and-white
+    // glyphs.
+    static QFont colourEmojiFont(const QFont& base);
 
     // Adjusts the popup's size and moves it by placement() next to `button`,
     // on the primary screen's available area.

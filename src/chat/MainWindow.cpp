@@ -1,6 +1,7 @@
 #include "MainWindow.h"
 
 #include "ChatView.h"
+#include "EmojiPicker.h"
 #include "HighlightTabBar.h"
 #include "IRCConnection.h"
 #include "MyTabWidget.h"
@@ -138,10 +139,7 @@ void MainWindow::setupUI()
     connect(inputLine, &QLineEdit::returnPressed, this, &MainWindow::onSendInput);
     emojiButton = new QPushButton(QString(QChar(0xD83D)) + QChar(0xDE0A), inputRow);
     emojiButton->setToolTip(QStringLiteral("Insert emoji"));
-    QFont emojiFont = emojiButton->font();
-    emojiFont.setFamilies({ QStringLiteral("Noto Color Emoji"), QStringLiteral("Apple Color Emoji"),
-        QStringLiteral("Segoe UI Emoji"), emojiFont.family() });
-    emojiButton->setFont(emojiFont);
+    emojiButton->setFont(EmojiPicker::colourEmojiFont(emojiButton->font()));
     emojiButton->setFixedSize(36, 30);
     emojiButton->setCursor(Qt::PointingHandCursor);
     emojiButton->setStyleSheet(QStringLiteral(
