@@ -325,8 +325,10 @@ void MainWindow::loadPreferences()
         // repaired here.
         if (parsed.isValid() && parsed.rgb() != qRgb(0, 0, 0))
             m_chatBgColor = parsed;
-        else
+        else {
             settings.setValue(QStringLiteral("chatBgColor"), QString());
+            settings.sync();
+        }
     }
 
     m_autoReconnect = settings.value(QStringLiteral("autoReconnect"), true).toBool();

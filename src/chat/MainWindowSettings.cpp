@@ -100,6 +100,8 @@ void MainWindow::saveCurrentServerConfig()
     if (parts.size() == 2)
         settings.setValue(QStringLiteral("address"), parts.at(0) + QLatin1Char(':') + parts.at(1));
     settings.endGroup();
+    // On disk now: a crash later loses nothing of it.
+    settings.sync();
 }
 
 void MainWindow::loadCurrentServerConfig()
