@@ -259,6 +259,12 @@ private slots:
 
     void disconnectMidLineThenReconnect()
     {
+        // What the user is typing survives the drop and the reconnect, in the
+        // current tab and as the draft of another.
+        w->tabWidget->setCurrentWidget(w->tabs.value("Server").widget);
+        w->inputLine->setText("/join #draft-of-server");
+        w->tabWidget->setCurrentWidget(w->tabs.value("#calm").widget);
+        w->inputLine->setText("half-typed reply");
         h->peer->send(":bob!b@h PRIVMSG #calm :half a li");
         QTest::qWait(50);
         h->peer->close();
@@ -269,6 +275,9 @@ private slots:
         h->serverSays("ne\r\n:bob!b@h PRIVMSG #calm :fresh");
         QVERIFY(!plainText(w->tabs.value("#calm").chatView).contains("half a line"));
         QVERIFY(plainText(w->tabs.value("#calm").chatView).contains("fresh"));
+        QCOMPARE(w->inputLine->text(), QStringLiteral("half-typed reply"));
+        w->tabWidget->setCurrentWidget(w->tabs.value("Server").widget);
+        QCOMPARE(w->inputLine->text(), QStringLiteral("/join #draft-of-server"));
         stillWorks();
     }
 
