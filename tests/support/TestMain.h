@@ -16,7 +16,9 @@
 namespace TestSupport {
 
 // Creates the isolated configuration folder and exports it; returns it so
-// that main() keeps it alive for the whole run.
+// that main() keeps it alive for the whole run. A child run given
+// QUENVAR_TEST_CONFIG_HOME by its parent test uses that folder instead (and
+// gets null: the parent owns it).
 QTemporaryDir* isolateSettingsStore();
 
 // The folder the settings store lives in for this run.
