@@ -123,19 +123,24 @@ void IRCConnection::disconnectFromServer()
 
 void IRCConnection::sendRaw(const QString& line)
 {
-    if (!isConnected()) {
+    if (!m_sendObserver && !isConnected()) {
         emit errorOccurred(NotConnectedError);
         return;
     }
-    // One call sends one line: whatever follows an embedded line break is
-    // dropped, so text taken from the server can never smuggle in a command.
+    // One call sends one line: whatever follows an embedded line break (or a
+    // NUL, which no IRC line may hold) is dropped, so text taken from the
+    // server can never smuggle in a command.
     qsizetype end = line.size();
     for (qsizetype i = 0; i < line.size(); ++i) {
         const char16_t c = line.at(i).unicode();
-        if (c == u'\r' || c == u'\n') {
+        if (c == u'\r' || c == u'\n' || c == u'\0') {
             end = i;
             break;
         }
+    }
+    if (m_sendObserver) {
+        m_sendObserver(line.left(end));
+        return;
     }
     QByteArray bytes = QStringView(line).left(end).toUtf8();
     bytes.append("\r\n", 2);
@@ -360,8 +365,18 @@ void IRCConnection::onReadyRead()
         return;
     lastActivity = now();
     pingPending = false;
-    buffer.append(socket->readAll());
+    receiveBytes(socket->readAll());
+}
+
+void IRCConnection::receiveBytes(const QByteArray& bytes)
+{
+    buffer.append(bytes);
     processBuffer();
+}
+
+void IRCConnection::setSendObserver(SendObserver observer)
+{
+    m_sendObserver = std::move(observer);
 }
 
 void IRCConnection::onError(QAbstractSocket::SocketError socketError)

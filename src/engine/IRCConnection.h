@@ -87,6 +87,16 @@ public:
     bool isSleepInhibited() const;
     const PlatformPower& platformPower() const;
 
+    // Seams for tests and fuzzing, unused by the program:
+    // - with a send observer set, every line sendRaw() would write goes to
+    //   the observer instead (cut as it would be cut, without CR LF), whether
+    //   or not a socket is connected;
+    // - receiveBytes() takes bytes as if read from the socket: they are
+    //   framed, decoded and parsed exactly like received data.
+    using SendObserver = std::function<void(const QString& line)>;
+    void setSendObserver(SendObserver observer);
+    void receiveBytes(const QByteArray& bytes);
+
 public slots:
     // Runs on every tick of the keep-alive timer; may be called directly.
     void checkKeepAlive();
@@ -164,4 +174,5 @@ private:
     Clock m_clock;
     QElapsedTimer m_steadyClock;
     PlatformPower m_power;
+    SendObserver m_sendObserver;
 };

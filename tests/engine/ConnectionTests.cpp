@@ -133,12 +133,32 @@ void TestEngine::sendRawEncodesUtf8AndEndsEachLine()
     session.connection.sendRaw(QStringLiteral("PRIVMSG #a :one\r\nQUIT :two"));
     session.connection.sendRaw(QStringLiteral("PRIVMSG #a :three\nQUIT"));
     session.connection.sendRaw(QStringLiteral("PRIVMSG #a :four\rQUIT"));
+    session.connection.sendRaw(QStringLiteral("PRIVMSG #a :five") + QChar(0) + QStringLiteral("QUIT"));
     const QByteArray expected = "PRIVMSG #t\xc3\xa9st :caf\xc3\xa9 \xe2\x98\xba \xf0\x9f\x98\x80\r\n"
-                                "PRIVMSG #a :one\r\nPRIVMSG #a :three\r\nPRIVMSG #a :four\r\n";
+                                "PRIVMSG #a :one\r\nPRIVMSG #a :three\r\nPRIVMSG #a :four\r\nPRIVMSG #a :five\r\n";
     QVERIFY(session.server.waitForReceived(expected));
     QTest::qWait(50);
     QCOMPARE(session.server.received(), expected);
     QVERIFY(session.recorder.log().isEmpty());
+}
+
+// The seams used by the fuzz targets behave like the socket path.
+void TestEngine::seamsForTestsAndFuzzing()
+{
+    IRCConnection connection;
+    SignalRecorder recorder(&connection);
+    QStringList sent;
+    connection.setSendObserver([&sent](const QString& line) { sent << line; });
+    // Split across calls, CR LF and LF alike, one Latin-1 line.
+    connection.receiveBytes(":a!u@h PRIVMSG #c :hel");
+    connection.receiveBytes("lo\r\nPING :tok\n:a!u@h PRIVMSG #c :caf\xe9\r\n");
+    QCOMPARE(sent, QStringList { "PONG :tok" });
+    const QStringList log = recorder.take();
+    QVERIFY(log.contains("privmsgReceived:a|#c|hello"));
+    QVERIFY(log.contains(QStringLiteral("privmsgReceived:a|#c|caf\u00e9")));
+    QVERIFY(!log.join(' ').contains("errorOccurred"));
+    connection.sendRaw(QStringLiteral("NICK x\r\nQUIT"));
+    QCOMPARE(sent.last(), QStringLiteral("NICK x"));
 }
 
 void TestEngine::sendWhileDisconnected()

@@ -30,6 +30,7 @@ private slots:
     void commandBytes_data();
     void commandBytes();
     void sendRawEncodesUtf8AndEndsEachLine();
+    void seamsForTestsAndFuzzing();
     void sendWhileDisconnected();
     void nickCandidates_data();
     void nickCandidates();
