@@ -3,7 +3,10 @@
 // events, private messages and WATCH, WHOIS, disconnect and reconnect, and
 // the raw echo of the server tab.
 
+#include "ChannelListModel.h"
 #include "ChatView.h"
+#include "EditTopicDialog.h"
+#include "ModalDriver.h"
 #include "ConnectDialog.h"
 #include "IRCConnection.h"
 #include "InspircdServer.h"
@@ -17,7 +20,10 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QRegularExpression>
 #include <QSettings>
+#include <QStatusBar>
+#include <QTextEdit>
 #include <QTest>
 #include <QTextDocument>
 
@@ -424,6 +430,86 @@ private slots:
         QVERIFY(w->whoisCache.isEmpty());
         for (const Row& row : rows(QStringLiteral("Server")))
             QVERIFY2(!row.message.startsWith(QStringLiteral("*** WHOIS")), qPrintable(row.message));
+    }
+
+    // --- Status bar, channel list, topic ---
+
+    void statusBarFollowsTheConnection()
+    {
+        auto* status = w->findChild<QLabel*>(QStringLiteral("connectionStatus"));
+        QCOMPARE(status->text(), QStringLiteral("Disconnected"));
+        QCOMPARE(w->statusBar()->styleSheet(), QStringLiteral("QStatusBar { background-color: #f8d7da; }"));
+        QVERIFY(connectThroughDialog(QStringLiteral("statusnick")));
+        QTRY_COMPARE_WITH_TIMEOUT(status->text(),
+            QStringLiteral("Connected to %1 as statusnick").arg(m_server->host()), kTimeout);
+        QCOMPARE(w->statusBar()->styleSheet(), QStringLiteral("QStatusBar { background-color: #d4edda; }"));
+    }
+
+    void channelListFromTheServer()
+    {
+        QVERIFY(connectThroughDialog(QStringLiteral("lister")));
+        RawIrcClient* ivy = otherUser(QStringLiteral("ivy"));
+        QVERIFY(ivy);
+        QVERIFY(ivy->join(QStringLiteral("#listed-one")));
+        QVERIFY(ivy->join(QStringLiteral("#Listed-Two")));
+        ivy->sendLine(QStringLiteral("TOPIC #listed-one :Online games"));
+        QVERIFY(ivy->sync());
+        QVERIFY(joinFromWindow(QStringLiteral("#listed-one")));
+
+        type(QStringLiteral("/list"));
+        QCOMPARE(w->currentTabName, QStringLiteral("List"));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            hasRow(QStringLiteral("Server"), QString(), QStringLiteral("*** Channel list complete.")), kTimeout);
+        QVERIFY(hasRow(QStringLiteral("Server"), QString(), QStringLiteral("*** Receiving channel list...")));
+        ChannelListModel* model = w->channelListModel;
+        QVERIFY(model->rowCount() >= 2);
+        // Largest first: #listed-one has two members.
+        QCOMPARE(model->channelAt(0).name, QStringLiteral("#listed-one"));
+        QCOMPARE(model->channelAt(0).users, QStringLiteral("2"));
+        QCOMPARE(model->channelAt(0).topic, QStringLiteral("Online games"));
+        int users = 0;
+        for (int row = 0; row < model->rowCount(); ++row)
+            users += model->channelAt(row).userCount;
+        QCOMPARE(w->listInfoLabel->text(),
+            QStringLiteral("%1: %2 channels, %3 users").arg(m_server->serverName()).arg(model->rowCount()).arg(users));
+
+        // "lin" finds the topic "Online games" and both names alike.
+        QTest::keyClicks(w->channelSearchEdit, QStringLiteral("games"));
+        QCOMPARE(model->rowCount(), 1);
+        w->onChannelListDoubleClicked(model->index(0, 0));
+        QCOMPARE(w->currentTabName, QStringLiteral("#listed-one"));
+    }
+
+    void operatorEditsTheTopic()
+    {
+        QVERIFY(connectThroughDialog(QStringLiteral("topper")));
+        // The channel's creator is its operator.
+        QVERIFY(joinFromWindow(QStringLiteral("#topic")));
+        QTRY_VERIFY_WITH_TIMEOUT(w->isUserOperator(QStringLiteral("#topic")), kTimeout);
+        QVERIFY(!w->tabs.value(QStringLiteral("#topic")).editTopicBtn->isHidden());
+        RawIrcClient* jack = otherUser(QStringLiteral("jack"));
+        QVERIFY(jack);
+        QVERIFY(jack->join(QStringLiteral("#topic")));
+        jack->skipReceived();
+
+        ModalDriver::onModal<EditTopicDialog>([](EditTopicDialog* editor) {
+            editor->findChild<QTextEdit*>()->setPlainText(QStringLiteral("  \x02" "fresh\x02 topic  "));
+            editor->accept();
+        });
+        w->editTopic(QStringLiteral("#topic"));
+        QTRY_VERIFY_WITH_TIMEOUT(!jack->linesMatching(QRegularExpression(QStringLiteral(" TOPIC #topic :\x02" "fresh\x02 topic$"))).isEmpty(),
+            kTimeout);
+        QVERIFY(w->tabs.value(QStringLiteral("#topic")).topicLabel->text().contains(QStringLiteral("<b>fresh</b>")));
+
+        // Losing the status hides the button once the member list says so.
+        type(QStringLiteral("/raw MODE #topic +o jack"));
+        QTRY_VERIFY_WITH_TIMEOUT(!jack->linesMatching(QRegularExpression(QStringLiteral(" MODE #topic \\+o :?jack$"))).isEmpty(),
+            kTimeout);
+        jack->sendLine(QStringLiteral("MODE #topic -o topper"));
+        QVERIFY(jack->sync());
+        type(QStringLiteral("/raw NAMES #topic"));
+        QTRY_VERIFY_WITH_TIMEOUT(!w->isUserOperator(QStringLiteral("#topic")), kTimeout);
+        QVERIFY(w->tabs.value(QStringLiteral("#topic")).editTopicBtn->isHidden());
     }
 
     // --- Disconnect, reconnect, raw echo ---
