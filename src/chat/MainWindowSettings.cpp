@@ -7,7 +7,6 @@
 #include "ServerStore.h"
 
 #include <QDebug>
-#include <QSettings>
 #include <QUrl>
 
 void MainWindow::applyChatBackground()
@@ -85,23 +84,8 @@ void MainWindow::saveCurrentServerConfig()
         qWarning() << "saveCurrentServerConfig: currentServerId is empty";
         return;
     }
-    const ServerConfig config = connection->serverConfig();
-    QSettings settings;
-    settings.beginGroup(QStringLiteral("servers/") + currentServerId);
-    settings.setValue(QStringLiteral("nickname"), config.nickname);
-    settings.setValue(QStringLiteral("altnick"), config.altNickname);
-    settings.setValue(QStringLiteral("realname"), config.realName);
-    settings.setValue(QStringLiteral("authmethod"), config.authMethod);
-    settings.setValue(QStringLiteral("password"), config.password);
-    settings.setValue(QStringLiteral("autojoin"), config.autojoinChannels);
-    settings.setValue(QStringLiteral("encoding"), config.encoding);
-    settings.setValue(QStringLiteral("ssl"), config.useSsl);
-    const QStringList parts = currentServerId.split(QLatin1Char('_'));
-    if (parts.size() == 2)
-        settings.setValue(QStringLiteral("address"), parts.at(0) + QLatin1Char(':') + parts.at(1));
-    settings.endGroup();
-    // On disk now: a crash later loses nothing of it.
-    settings.sync();
+    ServerStore::saveServerConfig(
+        currentServerId, connection->serverConfig(), ServerStore::OddAddress::Skip);
 }
 
 void MainWindow::loadCurrentServerConfig()

@@ -245,20 +245,15 @@ ServerConfig ServerStore::loadServerConfig(const QString& id, const ServerConfig
     return config;
 }
 
-void ServerStore::saveServerRecord(const QString& id, const ServerConfig& config)
-{
-    QSettings settings;
-    writeRecord(settings, id, config);
-    settings.sync();
-}
-
-void ServerStore::saveServerConfig(const QString& id, const ServerConfig& config)
+void ServerStore::saveServerConfig(const QString& id, const ServerConfig& config, OddAddress odd)
 {
     const QStringList parts = id.split(QLatin1Char('_'), Qt::KeepEmptyParts);
-    const QString address = parts.size() == 2 ? parts.at(0) + QLatin1Char(':') + parts.at(1) : id;
     QSettings settings;
     writeRecord(settings, id, config);
-    settings.setValue(addressKey(id), address);
+    if (parts.size() == 2)
+        settings.setValue(addressKey(id), parts.at(0) + QLatin1Char(':') + parts.at(1));
+    else if (odd == OddAddress::WriteIdentifier)
+        settings.setValue(addressKey(id), id);
     settings.sync();
 }
 

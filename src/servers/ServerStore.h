@@ -54,11 +54,20 @@ public:
 
     // Per-server record. Missing keys read as `fallback`'s fields.
     static ServerConfig loadServerConfig(const QString& id, const ServerConfig& fallback = ServerConfig());
-    // Writes the eight record keys of the server's group (not the address).
-    static void saveServerRecord(const QString& id, const ServerConfig& config);
-    // The record keys and then "address": host + ":" + port when the
-    // identifier splits at "_" into exactly two parts, else the identifier.
-    static void saveServerConfig(const QString& id, const ServerConfig& config);
+    // What saveServerConfig writes as the "address" of a server whose
+    // identifier does not split at "_" into exactly host and port (a host
+    // holding "_"): the identifier itself (the connect dialog), or nothing
+    // (the chat window saving the server it is connected to).
+    enum class OddAddress
+    {
+        WriteIdentifier,
+        Skip,
+    };
+    // The eight record keys of the server's group, then "address": host + ":"
+    // + port when the identifier splits at "_" into exactly two parts, else
+    // as `odd` says.
+    static void saveServerConfig(
+        const QString& id, const ServerConfig& config, OddAddress odd = OddAddress::WriteIdentifier);
     // Removes the server's whole group.
     static void removeServerGroup(const QString& id);
 
