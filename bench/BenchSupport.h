@@ -1,24 +1,65 @@
 #pragma once
 
-// Shared by the benchmark programs: memory and processor-time readings, and
-// a shown MainWindow connected to an in-process peer.
+// Shared by the benchmark programs: the isolated environment they run in,
+// memory and processor-time readings, the result lines bench/run collects,
+// and a shown MainWindow connected to an in-process peer.
 
 #include "IRCConnection.h"
 #include "MainWindow.h"
 
+#include <QByteArray>
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QGuiApplication>
 #include <QHostAddress>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <cstdio>
 #include <ctime>
+#include <functional>
 #include <memory>
 
 namespace Bench {
+
+// Set up before the QApplication: a temporary settings folder (the real
+// store is never touched) and the offscreen platform unless one is chosen.
+struct Environment
+{
+    QTemporaryDir config;
+
+    Environment()
+    {
+        qputenv("XDG_CONFIG_HOME", config.path().toLocal8Bit());
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+            qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+};
+
+// One figure for bench/run: "RESULT key value unit". bench/run takes the
+// median of every key over its runs.
+inline void result(const char* key, double value, const char* unit)
+{
+    std::printf("RESULT %s %.6g %s\n", key, value, unit);
+    std::fflush(stdout);
+}
+
+// Facts about the run for the report: "INFO key value".
+inline void info(const char* key, const QString& value)
+{
+    std::printf("INFO %s %s\n", key, qPrintable(value));
+    std::fflush(stdout);
+}
+
+// The Qt version and platform plugin in use (needs a QGuiApplication).
+inline void describePlatform()
+{
+    info("qt", QString::fromLatin1(qVersion()));
+    info("platform", QGuiApplication::platformName());
+}
 
 // Kilobytes of a "VmRSS:" / "VmHWM:" line of /proc/self/status; -1 elsewhere.
 inline long statusKb(const char* key)
@@ -50,6 +91,14 @@ inline double cpuMs()
     return ts.tv_sec * 1e3 + ts.tv_nsec / 1e6;
 }
 
+// CLOCK_MONOTONIC in nanoseconds: one clock for every process of the machine.
+inline qint64 monotonicNs()
+{
+    timespec ts {};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return qint64(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
 // Wall clock and processor time since start().
 struct Clocks
 {
@@ -64,6 +113,16 @@ struct Clocks
     double wallMs() const { return wall.nsecsElapsed() / 1e6; }
     double cpuMsElapsed() const { return cpuMs() - cpuStart; }
 };
+
+// Runs the event loop until done() holds or timeoutMs have passed; returns done().
+inline bool waitUntil(const std::function<bool()>& done, int timeoutMs = 600000)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!done() && clock.elapsed() < timeoutMs)
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 20);
+    return done();
+}
 
 // A shown window connected to a local peer (the peer's end is `server`).
 struct Session
@@ -93,11 +152,7 @@ struct Session
     bool registerNick(const QString& nick)
     {
         server->write(":irc.bench 001 " + nick.toUtf8() + " :Welcome\r\n");
-        QElapsedTimer clock;
-        clock.start();
-        while (!window->connection->isRegistered() && clock.elapsed() < 10000)
-            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents, 20);
-        return window->connection->isRegistered();
+        return waitUntil([this] { return window->connection->isRegistered(); }, 10000);
     }
 };
 
