@@ -374,6 +374,9 @@ void insertMessageWithLinks(QTextCursor& cursor, const QString& text,
         return;
     }
 
+    // One edit for the whole row: outside an edit block every insertText lays
+    // the growing row out again, quadratic in the number of links.
+    cursor.beginEditBlock();
     int pos = 0;
     for (const LinkSegment& segment : segments) {
         if (segment.start < pos)
@@ -386,6 +389,7 @@ void insertMessageWithLinks(QTextCursor& cursor, const QString& text,
     }
     if (pos < safe.size())
         cursor.insertText(safe.mid(pos), baseFmt);
+    cursor.endEditBlock();
 }
 
 QString ircToHtml(const QString& ircText)
@@ -479,14 +483,19 @@ QString linkifyHtml(const QString& input)
         const QRegularExpression& re = topicWebPattern();
         qsizetype offset = 0;
         while (offset < html.size()) {
-            const QRegularExpressionMatch m = re.match(html, offset);
+            // html is valid UTF-16 (matchableText): checking the whole of it
+            // again on every call would be quadratic in the number of matches.
+            const QRegularExpressionMatch m = re.match(html, offset, QRegularExpression::NormalMatch,
+                QRegularExpression::DontCheckSubjectStringMatchOption);
             if (!m.hasMatch())
                 break;
             const int start = static_cast<int>(m.capturedStart(0));
             int end = static_cast<int>(m.capturedEnd(0));
-            const int lt = static_cast<int>(html.indexOf(QLatin1Char('<'), start));
-            if (lt >= 0 && lt < end)
-                end = lt;
+            // Only the match is searched: searching on to the end of the text
+            // for every address would be quadratic in the number of addresses.
+            const qsizetype lt = QStringView(html).mid(start, end - start).indexOf(QLatin1Char('<'));
+            if (lt >= 0)
+                end = start + static_cast<int>(lt);
             const int schemeEnd =
                 static_cast<int>(html.indexOf(QLatin1String("://"), start)) + 3;
             if (end > schemeEnd)
