@@ -8,6 +8,8 @@ QUENVAR_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 # looking at the program, fonts so that text renders the same everywhere).
 QUENVAR_BUILD_PACKAGES="cmake g++ make pkg-config qt6-base-dev qt6-base-dev-tools qt6-svg-dev libgl-dev fonts-dejavu-core fonts-noto-color-emoji"
 QUENVAR_TEST_PACKAGES="inspircd openssl xvfb xauth"
+# The fuzz targets: clang and its libFuzzer and sanitizer runtimes.
+QUENVAR_FUZZ_PACKAGES="clang libclang-rt-14-dev"
 
 quenvar_log() { printf '==> %s\n' "$*" >&2; }
 

@@ -1,0 +1,15 @@
+// libFuzzer target "parser"; what one input does is QuenvarFuzz::parserInput in FuzzEntries.h.
+
+#include "FuzzEntries.h"
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    QuenvarFuzz::ensureApplication();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    QuenvarFuzz::parserInput(data, size);
+    return 0;
+}
