@@ -449,8 +449,27 @@ void IRCConnection::onOwnNickChanged(const QString& oldNick, const QString& newN
 
 void IRCConnection::processBuffer()
 {
+    // A receiver that runs a nested event loop (a modal dialog, say) lets
+    // more bytes arrive while a line is being delivered. They are only
+    // appended here; the delivery already under way reaches them in order.
+    if (m_processingBuffer)
+        return;
+    m_processingBuffer = true;
     const QPointer<IRCConnection> guard(this);
     QTcpSocket* const readingSocket = socket;
+    // A receiver may replace the socket or delete us while we deliver; then
+    // the rest of what was read is no longer ours. Bytes of the new socket
+    // that arrived meanwhile are delivered from the event loop.
+    auto abandoned = [&]() {
+        if (!guard)
+            return true;
+        if (socket == readingSocket)
+            return false;
+        m_processingBuffer = false;
+        if (buffer.contains('\n'))
+            QMetaObject::invokeMethod(this, &IRCConnection::processBuffer, Qt::QueuedConnection);
+        return true;
+    };
     qsizetype start = 0;
     while (true) {
         const qsizetype lf = buffer.indexOf('\n', start);
@@ -469,20 +488,19 @@ void IRCConnection::processBuffer()
         const qsizetype size = lineEnd - lineStart;
         if (size == 0)
             continue;
-        // A receiver may replace the socket or delete us while we deliver;
-        // then the rest of this buffer is no longer ours to read.
         if (size > MaxLineLength) {
             emit errorOccurred(OversizeLineError);
         } else {
             const QString line = decodeLine(buffer.constData() + lineStart, size);
             emit rawMessageReceived(line);
-            if (!guard || socket != readingSocket)
+            if (abandoned())
                 return;
             IRCParser::parseLine(line, this);
         }
-        if (!guard || socket != readingSocket)
+        if (abandoned())
             return;
     }
+    m_processingBuffer = false;
     if (m_discardingLine) {
         buffer.clear();
         return;

@@ -170,6 +170,7 @@ private:
     ServerConfig m_serverConfig;
 
     bool m_discardingLine = false; // dropping the rest of an oversize line
+    bool m_processingBuffer = false; // processBuffer is delivering lines
     KeepAliveTiming m_timing;
     Clock m_clock;
     QElapsedTimer m_steadyClock;

@@ -161,6 +161,27 @@ void TestEngine::seamsForTestsAndFuzzing()
     QCOMPARE(sent.last(), QStringLiteral("NICK x"));
 }
 
+// A receiver that lets more bytes in while a line is delivered (a nested
+// event loop does that) gets every line once, in the order it came.
+void TestEngine::reentrantDelivery()
+{
+    IRCConnection connection;
+    QStringList lines;
+    connect(&connection, &IRCConnection::rawMessageReceived, &connection, [&](const QString& line) {
+        lines << line;
+        if (line == QLatin1String("PRIVMSG #c :one"))
+            connection.receiveBytes("PRIVMSG #c :three\r\nPRIVMSG #c :fo");
+        else if (line == QLatin1String("PRIVMSG #c :two"))
+            connection.receiveBytes("ur\r\n");
+    });
+    connection.receiveBytes("PRIVMSG #c :one\r\nPRIVMSG #c :two\r\n");
+    QCOMPARE(lines,
+        (QStringList { "PRIVMSG #c :one", "PRIVMSG #c :two", "PRIVMSG #c :three", "PRIVMSG #c :four" }));
+    connection.receiveBytes("PRIVMSG #c :five\n");
+    QCOMPARE(lines.size(), 5);
+    QCOMPARE(lines.last(), QStringLiteral("PRIVMSG #c :five"));
+}
+
 void TestEngine::sendWhileDisconnected()
 {
     IRCConnection connection;

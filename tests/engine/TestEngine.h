@@ -31,6 +31,7 @@ private slots:
     void commandBytes();
     void sendRawEncodesUtf8AndEndsEachLine();
     void seamsForTestsAndFuzzing();
+    void reentrantDelivery();
     void sendWhileDisconnected();
     void nickCandidates_data();
     void nickCandidates();
