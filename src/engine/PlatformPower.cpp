@@ -1,9 +1,13 @@
 #include "PlatformPower.h"
 
 #if defined(Q_OS_WIN)
-#include <windows.h>
+// winsock2.h before windows.h, which would otherwise pull in the old winsock.h.
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
 #include <winsock2.h>
 #include <ws2tcpip.h>
+#include <windows.h>
 // Keep-alive option numbers of the TCP level, for SDKs that lack them.
 #ifndef TCP_KEEPIDLE
 #define TCP_KEEPIDLE 3

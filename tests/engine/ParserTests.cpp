@@ -156,6 +156,12 @@ void TestEngine::parserDispatch_data()
     row("606 list", ":irc.test 606 alice :bob alice", none);
     row("600 too few", ":irc.test 600 alice :arrived online", none);
     row("605 too few", ":irc.test 605 alice :is offline", none);
+    // Two middle parameters are enough: the nick is the second.
+    row("600 shortest", ":irc.test 600 alice bob :arrived online", { "watchStatus:bob|true" });
+    row("601 shortest", ":irc.test 601 alice bob :went offline", { "watchStatus:bob|false" });
+    row("604 shortest", ":irc.test 604 alice bob :is online", { "watchStatus:bob|true" });
+    row("605 shortest", ":irc.test 605 alice bob :is offline", { "watchStatus:bob|false" });
+    row("606 with two", ":irc.test 606 alice bob :bob", none);
 
     // Unlisted numerics reach the server tab as the whole line
     const QString isupport
