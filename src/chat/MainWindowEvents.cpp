@@ -292,8 +292,17 @@ void MainWindow::removeMemberFromChannel(const QString& channel, const QString& 
 
 void MainWindow::onPart(const QString& nick, const QString& channel, const QString& reason)
 {
-    if (isOwnNick(nick) && tabs.contains(channel))
+    // The user's own leaving is reported where it was started (the /part
+    // command, closing the tab). After the tab was closed the server's echo
+    // must not open it again: only the channel's member list goes.
+    if (isOwnNick(nick)) {
+        if (!tabs.contains(channel)) {
+            channelUsers.remove(channel);
+            m_joinOrdered.remove(channel);
+            m_memberIndex.remove(channel);
+        }
         return;
+    }
     appendMessageToTab(channel, QStringLiteral("left %1 (%2)").arg(channel, reason), nick, true);
     removeMemberFromChannel(channel, nick);
     if (channel == currentTabName) {

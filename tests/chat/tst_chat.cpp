@@ -590,6 +590,15 @@ private slots:
         QCOMPARE(messageColumn(lastRow(QStringLiteral("Server"))), QStringLiteral("*** You left #a"));
         QVERIFY(!w->tabInputHistory.contains(QStringLiteral("#a")));
         QCOMPARE(w->currentTabName, QStringLiteral("Server"));
+
+        // The server's echo of the part, then someone else's line, after the
+        // tab is gone: the echo opens nothing and the channel is forgotten.
+        QSignalSpy raw(w->connection, &IRCConnection::rawMessageReceived);
+        peer->send(":mynick!u@h PART :#a\r\n:bob!u@h PRIVMSG mynick :hi\r\n");
+        QTRY_COMPARE_WITH_TIMEOUT(raw.count(), 2, 5000);
+        QCOMPARE(indexOf(QStringLiteral("#a")), -1);
+        QVERIFY(!w->channelUsers.contains(QStringLiteral("#a")));
+        QVERIFY(indexOf(QStringLiteral("bob")) >= 0);
     }
 
     void serverTabCannotBeClosed()
