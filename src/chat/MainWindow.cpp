@@ -172,6 +172,9 @@ void MainWindow::setupUI()
     // While the completer's popup is open it gets the keys first (and hands
     // Tab to the line edit past any filter): watch it as well.
     nickCompleter->popup()->installEventFilter(this);
+    // A paste with the mouse changes the text without a key: the line edit
+    // signals the edit before it asks the completer.
+    connect(inputLine, &QLineEdit::textEdited, this, &MainWindow::refreshNickCompletionModel);
 
     auto* closeShortcut = new QShortcut(QKeySequence::Close, this);
     closeShortcut->setContext(Qt::WindowShortcut);

@@ -27,6 +27,7 @@
 #include <QSignalSpy>
 #include <QSplitter>
 #include <QStatusBar>
+#include <QStringListModel>
 #include <QTest>
 #include <QTextBlock>
 #include <QTextDocument>
@@ -1220,6 +1221,17 @@ private slots:
         QCOMPARE(w->nickCompletionWords(), (QStringList { QStringLiteral("carl"), QStringLiteral("me") }));
         switchTo(QStringLiteral("Server"));
         QCOMPARE(w->nickCompletionWords(), QStringList { QStringLiteral("me") });
+
+        // Someone joins; then text is pasted without a key press. The popup
+        // the paste opens already offers the newcomer.
+        switchTo(QStringLiteral("#c"));
+        QCOMPARE(w->nickCompletionWords().size(), 3);
+        w->onJoin(QStringLiteral("dana"), QStringLiteral("#c"));
+        QGuiApplication::clipboard()->setText(QStringLiteral("da"));
+        w->inputLine->paste();
+        const auto* model = qobject_cast<QStringListModel*>(w->nickCompleter->model());
+        QVERIFY(model);
+        QVERIFY(model->stringList().contains(QStringLiteral("dana")));
     }
 
     // --- The current server's record ---
