@@ -148,6 +148,7 @@ public:
     // event when announceInTabs is set.
     void markAway(const QString& message);
     void markBack(bool announceInTabs);
+    void announceToTabs(const QString& line);
 
     // --- Menus, status bar, theme, tray, preferences (MainWindowMenus.cpp) ---
     void setupMenuBar();

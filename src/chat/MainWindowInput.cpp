@@ -86,6 +86,23 @@ void MainWindow::onSendInput()
     }
 }
 
+// The line goes to every channel and private tab once the current event is
+// handled, as it reads now: going away and coming back at once still gives
+// "is away (reason)" then "is back", and a tab closed meanwhile stays closed.
+void MainWindow::announceToTabs(const QString& line)
+{
+    const QString nick = connection->currentNick();
+    for (auto it = tabs.cbegin(); it != tabs.cend(); ++it) {
+        const QString tab = it.key();
+        if (tab == ServerTab || tab == ListTab)
+            continue;
+        QTimer::singleShot(0, this, [this, tab, line, nick] {
+            if (tabs.contains(tab))
+                appendMessageToTab(tab, line, nick, true);
+        });
+    }
+}
+
 void MainWindow::markAway(const QString& message)
 {
     awayActive = true;
@@ -95,15 +112,7 @@ void MainWindow::markAway(const QString& message)
         awayAction->setText(QStringLiteral("Unmark Away"));
     appendMessageToTab(ServerTab, QStringLiteral("*** You are marked as away (") + awayMessage + QLatin1Char(')'),
         QString(), false);
-    for (auto it = tabs.cbegin(); it != tabs.cend(); ++it) {
-        const QString tab = it.key();
-        if (tab == ServerTab || tab == ListTab)
-            continue;
-        // The reason is read when the line is written.
-        QTimer::singleShot(0, this, [this, tab] {
-            appendMessageToTab(tab, QStringLiteral("is away (%1)").arg(awayMessage), connection->currentNick(), true);
-        });
-    }
+    announceToTabs(QStringLiteral("is away (%1)").arg(awayMessage));
     updateStatusBar();
     updateOwnUserAppearance();
 }
@@ -116,16 +125,8 @@ void MainWindow::markBack(bool announceInTabs)
     if (awayAction)
         awayAction->setText(QStringLiteral("Marked Away..."));
     appendMessageToTab(ServerTab, QStringLiteral("*** You are back"), QString(), false);
-    if (announceInTabs) {
-        for (auto it = tabs.cbegin(); it != tabs.cend(); ++it) {
-            const QString tab = it.key();
-            if (tab == ServerTab || tab == ListTab)
-                continue;
-            QTimer::singleShot(0, this, [this, tab] {
-                appendMessageToTab(tab, QStringLiteral("is back"), connection->currentNick(), true);
-            });
-        }
-    }
+    if (announceInTabs)
+        announceToTabs(QStringLiteral("is back"));
     updateStatusBar();
     updateOwnUserAppearance();
 }

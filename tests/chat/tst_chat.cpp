@@ -1118,6 +1118,18 @@ private slots:
         QCOMPARE(messages(QStringLiteral("#a")).count(QStringLiteral("is back")), 1);
         QCOMPARE(peer->linesStartingWith(QStringLiteral("AWAY")),
             (QStringList { QStringLiteral("AWAY :gone fishing"), QStringLiteral("AWAY") }));
+
+        // Away and back within one event, and a tab closed before the lines
+        // are written: each open tab gets the lines as they read when given.
+        w->markAway(QStringLiteral("brb"));
+        w->markBack(true);
+        w->closeTab(indexOf(QStringLiteral("#b")));
+        QTRY_COMPARE_WITH_TIMEOUT(messages(QStringLiteral("carl")).count(QStringLiteral("is back")), 2, 5000);
+        QCOMPARE(messages(QStringLiteral("carl")).count(QStringLiteral("is away (brb)")), 1);
+        QCOMPARE(messages(QStringLiteral("carl")).mid(messages(QStringLiteral("carl")).size() - 2),
+            (QStringList { QStringLiteral("is away (brb)"), QStringLiteral("is back") }));
+        QCOMPARE(indexOf(QStringLiteral("#b")), -1);
+        QVERIFY(!w->tabs.contains(QStringLiteral("#b")));
     }
 
     void backWhileNotAwayStillSendsAway()
