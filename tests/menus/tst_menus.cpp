@@ -170,6 +170,56 @@ private slots:
         QVERIFY(h->peerGot("JOIN #linux"));
     }
 
+    void tabContextMenu()
+    {
+        QVERIFY(h->connect());
+        w->appendMessageToTab("#a", "x", "bob", false);
+        w->appendMessageToTab("bob", "x", "bob", false);
+        w->show();
+        auto tabCentre = [this](const QString& key) {
+            for (int i = 0; i < w->tabWidget->count(); ++i) {
+                if (w->tabWidget->tabText(i) == key)
+                    return w->tabBar->tabRect(i).center();
+            }
+            return QPoint(-1, -1);
+        };
+
+        // "Server" has no menu; a chat tab offers closing and autojoin.
+        QStringList items;
+        const auto none = onNextMenu(QString(), &items);
+        w->onTabContextMenu(tabCentre("Server"));
+        QVERIFY(!none->handled);
+        none->cancelled = true;
+        onNextMenu(QString(), &items);
+        w->onTabContextMenu(tabCentre("#a"));
+        QCOMPARE(items, (QStringList { "Close", "Autojoin on connect" }));
+
+        onNextMenu("Autojoin on connect");
+        w->onTabContextMenu(tabCentre("#a"));
+        QCOMPARE(w->favoriteChannels, QStringList { "#a" });
+        ModalDriver::armWindow([] { return QApplication::activePopupWidget(); },
+            [](QWidget* menu) { return qobject_cast<QMenu*>(menu) != nullptr; },
+            [&items](QWidget* menu) {
+                items.clear();
+                for (QAction* action : menu->actions()) {
+                    if (action->isCheckable() && action->isChecked())
+                        items << action->text();
+                }
+                static_cast<QMenu*>(menu)->close();
+            });
+        w->onTabContextMenu(tabCentre("#a"));
+        QCOMPARE(items, QStringList { "Autojoin on connect" });
+
+        onNextMenu("Close");
+        w->onTabContextMenu(tabCentre("#a"));
+        QVERIFY(!w->tabs.contains("#a"));
+        QVERIFY(h->peerGot("PART #a"));
+        onNextMenu("Close");
+        w->onTabContextMenu(tabCentre("bob"));
+        QVERIFY(!w->tabs.contains("bob"));
+        QCOMPARE(w->tabWidget->count(), 1);
+    }
+
     // ---- About and help ------------------------------------------------------------
 
     void aboutBox_data()
