@@ -427,6 +427,13 @@ private slots:
             QStringLiteral("*** gina is using %1 (%2)").arg(m_server->serverName(), m_server->serverDescription())));
         QVERIFY2(hasRow(QStringLiteral("#who"), QString(), QStringLiteral("*** gina on channels: @#who")),
             qPrintable(dump(QStringLiteral("#who"))));
+        // The sign-on time arrives as seconds and is shown as a local date.
+        const QRegularExpression idleLine(
+            QStringLiteral("^\\*\\*\\* gina idle \\d+s, signed on \\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d$"));
+        int idleLines = 0;
+        for (const Row& row : rows(QStringLiteral("#who")))
+            idleLines += idleLine.match(row.message).hasMatch() ? 1 : 0;
+        QVERIFY2(idleLines == 1, qPrintable(dump(QStringLiteral("#who"))));
         QVERIFY(w->whoisCache.isEmpty());
         for (const Row& row : rows(QStringLiteral("Server")))
             QVERIFY2(!row.message.startsWith(QStringLiteral("*** WHOIS")), qPrintable(row.message));
