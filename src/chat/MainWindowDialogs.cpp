@@ -18,7 +18,7 @@
 namespace {
 
 // What one of the two small text dialogs shows.
-struct TextDialogSpec
+struct TextDialogFields
 {
     QString title;
     int minimumWidth;
@@ -30,28 +30,28 @@ struct TextDialogSpec
 
 // Runs a themed modal dialog with a label, one line edit and Save/Cancel.
 // Returns whether it was accepted; the field's text goes to `result`.
-bool runTextDialog(QWidget* parent, const QString& theme, const TextDialogSpec& spec, QString* result)
+bool runTextDialog(QWidget* parent, const QString& theme, const TextDialogFields& fields, QString* result)
 {
     QDialog dialog(parent, Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
-    dialog.setWindowTitle(spec.title);
-    dialog.setMinimumWidth(spec.minimumWidth);
+    dialog.setWindowTitle(fields.title);
+    dialog.setMinimumWidth(fields.minimumWidth);
 
     auto* layout = new QVBoxLayout(&dialog);
     layout->setContentsMargins(20, 20, 20, 16);
 
-    auto* label = new QLabel(spec.label, &dialog);
+    auto* label = new QLabel(fields.label, &dialog);
     label->setStyleSheet(
         QStringLiteral("color: %1; font-size: 13px;").arg(ThemeManager::palette(theme).textColor));
     layout->addWidget(label);
 
-    auto* field = new QLineEdit(spec.text, &dialog);
-    field->setPlaceholderText(spec.placeholder);
+    auto* field = new QLineEdit(fields.text, &dialog);
+    field->setPlaceholderText(fields.placeholder);
     field->setStyleSheet(ThemeManager::lineEditStyleSheet(theme));
     layout->addWidget(field);
 
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel, &dialog);
     QPushButton* save = buttons->button(QDialogButtonBox::Save);
-    save->setText(spec.saveText);
+    save->setText(fields.saveText);
     save->setDefault(true);
     save->setObjectName(QStringLiteral("connectButton"));
     QPushButton* cancel = buttons->button(QDialogButtonBox::Cancel);
@@ -84,9 +84,9 @@ void MainWindow::onSetAway()
         return;
     }
     QString reason;
-    const TextDialogSpec spec { QStringLiteral("Set Away Status"), 460, QStringLiteral("Away message:"),
+    const TextDialogFields fields { QStringLiteral("Set Away Status"), 460, QStringLiteral("Away message:"),
         QStringLiteral("Away"), QStringLiteral("Reason for being away..."), QStringLiteral("Set Away") };
-    if (!runTextDialog(this, currentTheme, spec, &reason))
+    if (!runTextDialog(this, currentTheme, fields, &reason))
         return;
     reason = reason.trimmed();
     markAway(reason.isEmpty() ? QStringLiteral("Away") : reason);
@@ -97,9 +97,9 @@ void MainWindow::onChangeNick()
     if (!connection->isConnected())
         return;
     QString nick;
-    const TextDialogSpec spec { QStringLiteral("Change Nickname"), 400, QStringLiteral("New nickname:"),
+    const TextDialogFields fields { QStringLiteral("Change Nickname"), 400, QStringLiteral("New nickname:"),
         connection->currentNick(), QStringLiteral("Enter new nickname"), QStringLiteral("Change") };
-    if (!runTextDialog(this, currentTheme, spec, &nick))
+    if (!runTextDialog(this, currentTheme, fields, &nick))
         return;
     nick = nick.trimmed();
     if (nick.isEmpty() || nick == connection->currentNick())
