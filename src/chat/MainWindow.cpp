@@ -259,6 +259,8 @@ QWidget* MainWindow::createChannelTab(const QString& name, bool isChannel)
     palette.setColor(QPalette::Window, Qt::white);
     view->setPalette(palette);
     view->setAutoFillBackground(true);
+    // A tab opened later reads in the same font as the ones already open.
+    view->setFont(inputLine->font());
     // Right-clicking the chat shows no menu.
     view->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(view, &QWidget::customContextMenuRequested, view, [](const QPoint&) {});
