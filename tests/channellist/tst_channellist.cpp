@@ -42,12 +42,16 @@ class TestChannelList : public QObject
 
 private:
     std::unique_ptr<WindowHarness> h;
+    MainWindow* w = nullptr;
 
-    // A registered window with the list tab open and a listing received.
+    // A registered window that asked for the list with "/l" on the server tab
+    // and received three channels.
     void listThree()
     {
         QVERIFY(h->connectAndRegister());
-        h->window->requestChannelList();
+        w->inputLine->setText("/l");
+        w->onSendInput();
+        QCOMPARE(w->currentTabName, QStringLiteral("List"));
         QVERIFY(h->peerGot("LIST"));
         h->serverSays(":irc.test 321 mynick Channel :Users Name\n"
                       ":irc.test 322 mynick #small 9 :Online games\n"
@@ -61,10 +65,11 @@ private slots:
     {
         QSettings().clear();
         h = std::make_unique<WindowHarness>();
+        w = h->window.get();
     }
     void cleanup() { h.reset(); }
 
-    // ---- The rows ------------------------------------------------------------
+    // ---- The model ---------------------------------------------------------------
 
     void filterMatchesNameOrTopic_data()
     {
@@ -106,11 +111,16 @@ private slots:
     void sorting()
     {
         ChannelListModel model;
+        QTreeView view;
+        view.setModel(&model);
         model.appendChannel("#b", "10", "Zeta");
         model.appendChannel("#C", "9", "alpha");
         model.appendChannel("#a", "x", "beta");
+        view.setCurrentIndex(model.index(0, 0));
         model.sort(1, Qt::AscendingOrder);
         QCOMPARE(names(model), (QStringList { "#a", "#C", "#b" })); // not a number counts as 0; 9 before 10
+        // The current row moves with its channel.
+        QCOMPARE(view.currentIndex().row(), 2);
         model.sort(1, Qt::DescendingOrder);
         QCOMPARE(names(model), (QStringList { "#b", "#C", "#a" }));
         model.sort(0, Qt::AscendingOrder);
@@ -126,41 +136,15 @@ private slots:
         QCOMPARE(model.data(model.index(1, 1)).toString(), QStringLiteral("x"));
     }
 
-    void sortingKeepsTheCurrentRow()
-    {
-        ChannelListModel model;
-        QTreeView view;
-        view.setModel(&model);
-        model.appendChannel("#one", "1", "");
-        model.appendChannel("#two", "2", "");
-        model.appendChannel("#three", "3", "");
-        view.setCurrentIndex(model.index(0, 0));
-        model.sort(1, Qt::DescendingOrder);
-        QCOMPARE(view.currentIndex().row(), 2);
-        QCOMPARE(model.channelAt(view.currentIndex().row()).name, QStringLiteral("#one"));
-    }
-
     // ---- The list tab ----------------------------------------------------------
 
-    void listWaitsForRegistration()
-    {
-        QVERIFY(h->connect());
-        h->window->requestChannelList();
-        QVERIFY(!h->window->tabs.contains("List"));
-        QTest::qWait(50);
-        QVERIFY(h->peer->linesStartingWith("LIST").isEmpty());
-    }
-
-    void listingFillsTheTab()
+    void listingFilterRelistAndClose()
     {
         listThree();
-        MainWindow* w = h->window.get();
-        QCOMPARE(w->currentTabName, QStringLiteral("List"));
         QVERIFY(w->channelListWidget && w->channelListModel);
         QCOMPARE(w->tabs.value("List").chatView, nullptr);
         // The bottom strip holds the channel search field on the list tab.
         QCOMPARE(w->bottomStack->currentWidget(), w->channelSearchEdit);
-
         // Largest first, the counts numeric.
         QCOMPARE(names(*w->channelListModel), (QStringList { "#apple", "#Linux", "#small" }));
         QVERIFY(w->channelListWidget->isSortingEnabled());
@@ -168,55 +152,43 @@ private slots:
         QCOMPARE(w->channelListWidget->header()->sortIndicatorOrder(), Qt::DescendingOrder);
         QCOMPARE(w->listInfoLabel->text(), QStringLiteral("irc.test: 3 channels, 34 users"));
         QVERIFY(!w->inList);
-
         const QStringList rows = serverRows(w);
         QVERIFY(rows.contains("*** Receiving channel list..."));
         QVERIFY(rows.contains("*** Channel list complete."));
         // The listing's numerics are not echoed into the server tab.
         for (const QString& row : rows)
             QVERIFY2(!row.contains("322") && !row.contains("End of channel list"), qPrintable(row));
-    }
 
-    void typedFilterFiltersTheTable()
-    {
-        listThree();
-        MainWindow* w = h->window.get();
+        // Typing in the search field filters the table.
         QTest::keyClicks(w->channelSearchEdit, "LIN");
         QCOMPARE(names(*w->channelListModel), (QStringList { "#Linux", "#small" }));
         w->channelSearchEdit->clear();
         QCOMPARE(w->channelListModel->rowCount(), 3);
-    }
 
-    void secondListingEmptiesTheTableFirst()
-    {
-        listThree();
-        MainWindow* w = h->window.get();
-        h->peer->clear();
+        // Another listing starts from an empty table, left unsorted while it arrives.
         w->requestChannelList();
         QCOMPARE(w->channelListModel->rowCount(), 0);
         QCOMPARE(w->listInfoLabel->text(), QStringLiteral("Server: loading..."));
-        QVERIFY(h->peerGot("LIST"));
         h->serverSays(":irc.test 321 mynick Channel :Users Name\n"
                       ":irc.test 322 mynick #new 3 :fresh");
         QVERIFY(w->inList);
         QVERIFY(!w->channelListWidget->isSortingEnabled());
         QCOMPARE(names(*w->channelListModel), QStringList { "#new" });
-    }
 
-    void listCommandOpensTheTab()
-    {
-        QVERIFY(h->connectAndRegister());
-        h->window->tabWidget->setCurrentIndex(0);
-        h->window->inputLine->setText("/l");
-        h->window->onSendInput();
-        QCOMPARE(h->window->currentTabName, QStringLiteral("List"));
-        QVERIFY(h->peerGot("LIST"));
+        // Closing the tab forgets its widgets; the rest of the listing is ignored.
+        w->closeTab(w->tabWidget->indexOf(w->tabs.value("List").widget));
+        QVERIFY(!w->tabs.contains("List"));
+        QCOMPARE(w->channelListWidget, nullptr);
+        QCOMPARE(w->channelListModel, nullptr);
+        QCOMPARE(w->listInfoLabel, nullptr);
+        h->serverSays(":irc.test 322 mynick #late 1 :x\n"
+                      ":irc.test 323 mynick :End of channel list.");
+        QVERIFY(!w->inList);
     }
 
     void doubleClickJoins()
     {
         listThree();
-        MainWindow* w = h->window.get();
         h->peer->clear();
         const int row = names(*w->channelListModel).indexOf("#Linux");
         w->onChannelListDoubleClicked(w->channelListModel->index(row, 2));
@@ -232,12 +204,8 @@ private slots:
         QCOMPARE(w->currentTabName, QStringLiteral("#Linux"));
         QCOMPARE(w->tabWidget->count(), tabsBefore);
         QVERIFY(h->peerGot("JOIN #Linux"));
-    }
 
-    void doubleClickWhileDisconnectedDoesNothing()
-    {
-        listThree();
-        MainWindow* w = h->window.get();
+        // Disconnected: nothing.
         w->connection->disconnectFromServer();
         QTRY_VERIFY(!w->connection->isConnected());
         w->onChannelListDoubleClicked(w->channelListModel->index(0, 0));
@@ -247,7 +215,6 @@ private slots:
     void contextMenuJoinsAndTogglesAutojoin()
     {
         listThree();
-        MainWindow* w = h->window.get();
         w->show();
         QVERIFY(QTest::qWaitForWindowExposed(w));
         const QPoint onFirstRow = w->channelListWidget->visualRect(w->channelListModel->index(0, 0)).center();
@@ -273,7 +240,6 @@ private slots:
         QCOMPARE(serverRows(w).last(), QStringLiteral("*** Removed #apple from autojoin list"));
 
         // Empty space: no menu.
-        items.clear();
         const ModalDriver::HandlePtr menu = onNextMenu(QString(), &items);
         w->showChannelListContextMenu(QPoint(5, w->channelListWidget->viewport()->height() - 2));
         QTest::qWait(50);
@@ -281,27 +247,10 @@ private slots:
         QVERIFY(!menu->handled);
     }
 
-    void closingTheListTabForgetsItsWidgets()
-    {
-        listThree();
-        MainWindow* w = h->window.get();
-        w->closeTab(w->tabWidget->indexOf(w->tabs.value("List").widget));
-        QVERIFY(!w->tabs.contains("List"));
-        QCOMPARE(w->channelListWidget, nullptr);
-        QCOMPARE(w->channelListModel, nullptr);
-        QCOMPARE(w->listInfoLabel, nullptr);
-        // Rows of a listing still arriving are ignored.
-        h->serverSays(":irc.test 321 mynick Channel :Users Name\n"
-                      ":irc.test 322 mynick #late 1 :x\n"
-                      ":irc.test 323 mynick :End of channel list.");
-        QVERIFY(!w->inList);
-    }
-
     void darkTableStyleIsFixedAtCreation()
     {
-        h->window->applyTheme("dark");
+        w->applyTheme("dark");
         listThree();
-        MainWindow* w = h->window.get();
         QVERIFY(w->channelListWidget->styleSheet().contains("background-color: #1E1E1E"));
         w->applyTheme("light");
         QVERIFY(w->channelListWidget->styleSheet().contains("background-color: #1E1E1E"));
