@@ -260,7 +260,7 @@ QWidget* MainWindow::createChannelTab(const QString& name, bool isChannel)
     view->setPalette(palette);
     view->setAutoFillBackground(true);
     // A tab opened later reads in the same font as the ones already open.
-    view->setFont(inputLine->font());
+    view->setFont(currentChatFont());
     // Right-clicking the chat shows no menu.
     view->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(view, &QWidget::customContextMenuRequested, view, [](const QPoint&) {});

@@ -161,6 +161,8 @@ public:
     // Puts the chosen chat font (the member list's font while none was
     // chosen) on the input line and every chat view.
     void applyChatFont();
+    // The chosen chat font, else the member list's.
+    QFont currentChatFont() const;
     void applyTimestampFormat();
 
     // --- Connection and protocol events (MainWindowEvents.cpp) ---

@@ -342,9 +342,14 @@ void MainWindow::loadPreferences()
     applyChatBackground();
 }
 
+QFont MainWindow::currentChatFont() const
+{
+    return m_chatFontChosen ? m_chatFont : userList->font();
+}
+
 void MainWindow::applyChatFont()
 {
-    const QFont font = m_chatFontChosen ? m_chatFont : userList->font();
+    const QFont font = currentChatFont();
     inputLine->setFont(font);
     for (const TabInfo& info : std::as_const(tabs)) {
         if (info.chatView)
