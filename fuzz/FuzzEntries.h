@@ -1,7 +1,7 @@
 #pragma once
 
 // What each fuzz target does with one input, shared by the libFuzzer
-// executables (fuzz_<target>.cpp) and by the regression test that replays
+// executables (fuzz_target.cpp) and by the regression test that replays
 // fuzz/regressions/ in the normal build (tests/fuzzregress/). Header only, so
 // both builds compile exactly the same code.
 //

@@ -1,4 +1,5 @@
-// libFuzzer target "framing"; what one input does is QuenvarFuzz::framingInput in FuzzEntries.h.
+// One libFuzzer executable per target, all built from this file: CMake names
+// the entry point of FuzzEntries.h each one runs (QUENVAR_FUZZ_ENTRY).
 
 #include "FuzzEntries.h"
 
@@ -10,6 +11,6 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    QuenvarFuzz::framingInput(data, size);
+    QuenvarFuzz::QUENVAR_FUZZ_ENTRY(data, size);
     return 0;
 }
