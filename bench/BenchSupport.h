@@ -6,6 +6,7 @@
 
 #include "IRCConnection.h"
 #include "MainWindow.h"
+#include "Session.h"
 
 #include <QByteArray>
 #include <QCoreApplication>
@@ -125,7 +126,7 @@ inline bool waitUntil(const std::function<bool()>& done, int timeoutMs = 600000)
 }
 
 // A shown window connected to a local peer (the peer's end is `server`).
-struct Session
+struct BenchWindow
 {
     std::unique_ptr<MainWindow> window;
     std::unique_ptr<QTcpServer> peer;
@@ -139,20 +140,20 @@ struct Session
             std::fprintf(stderr, "window not exposed\n");
         peer = std::make_unique<QTcpServer>();
         peer->listen(QHostAddress::LocalHost);
-        window->connection->connectToServer(
+        window->session()->connection()->connectToServer(
             QStringLiteral("127.0.0.1"), peer->serverPort(), nick, QStringLiteral("Bench"), false);
         if (!peer->waitForNewConnection(10000))
             return false;
         server = peer->nextPendingConnection();
         QTest::qWait(100);
-        return window->connection->isConnected();
+        return window->session()->connection()->isConnected();
     }
 
     // Sends the welcome numeric and waits until the window is registered.
     bool registerNick(const QString& nick)
     {
         server->write(":irc.bench 001 " + nick.toUtf8() + " :Welcome\r\n");
-        return waitUntil([this] { return window->connection->isRegistered(); }, 10000);
+        return waitUntil([this] { return window->session()->connection()->isRegistered(); }, 10000);
     }
 };
 

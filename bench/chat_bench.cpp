@@ -27,6 +27,8 @@
 #include "AppSetup.h"
 #include "BenchSupport.h"
 #include "ChatView.h"
+#include "MemberList.h"
+#include "MemberListView.h"
 
 #include <QApplication>
 #include <QListWidget>
@@ -78,17 +80,17 @@ QByteArrayList channelTraffic(int rows)
 
 // A shown window connected to a local peer, joined to the channel, whose tab
 // is current; counts the channel messages the window has handled.
-struct ChatSession : Session
+struct ChatSession : BenchWindow
 {
     int messages = 0;
 
     bool open()
     {
-        if (!Session::open(OwnNick) || !registerNick(OwnNick))
+        if (!BenchWindow::open(OwnNick) || !registerNick(OwnNick))
             return false;
         // The window's own handler is connected first, so when this counts a
         // message the window has already taken it.
-        QObject::connect(window->connection, &IRCConnection::privmsgReceived, window.get(),
+        QObject::connect(window->session()->connection(), &IRCConnection::privmsgReceived, window.get(),
             [this](const QString&, const QString&, const QString&) { ++messages; });
         server->write(':' + OwnNick.toUtf8() + "!b@host.example JOIN " + Channel.toUtf8() + "\r\n");
         return waitUntil([this] { return window->currentTabName == Channel && chatView(); }, 10000);
@@ -189,7 +191,7 @@ int main(int argc, char* argv[])
     }
     namesWire += ":irc.bench 366 " + OwnNick.toUtf8() + ' ' + Channel.toUtf8() + " :End of /NAMES list.\r\n";
     bool namesDone = false;
-    QObject::connect(window->connection, &IRCConnection::namesListFinished, window,
+    QObject::connect(window->session()->connection(), &IRCConnection::namesListFinished, window,
         [&namesDone](const QString&) { namesDone = true; });
     clocks.start();
     session.server->write(namesWire);
@@ -209,8 +211,8 @@ int main(int argc, char* argv[])
     // nick changes in turn, written at once.
     {
         QStringList present;
-        for (const QString& name : window->channelUsers.value(Channel))
-            present << window->stripModePrefix(name);
+        for (const QString& name : window->session()->members(Channel))
+            present << MemberList::stripModePrefix(name);
         QRandomGenerator pick(11);
         const auto takeMember = [&]() {
             const int index = int(pick.bounded(int(present.size())));
@@ -245,7 +247,7 @@ int main(int argc, char* argv[])
         }
         int events = 0;
         const auto count = [&events] { ++events; };
-        IRCConnection* connection = window->connection;
+        IRCConnection* connection = window->session()->connection();
         QObject::connect(connection, &IRCConnection::joinReceived, window, count);
         QObject::connect(connection, &IRCConnection::partReceived, window, count);
         QObject::connect(connection, &IRCConnection::quitReceived, window, count);
@@ -267,7 +269,7 @@ int main(int argc, char* argv[])
                     "%.1f ms processor time (%.1f us per event, rows included); %lld members left, "
                     "%d listed; completion word list of %lld rebuilt in %.1f ms\n",
             Events, static_cast<long long>(names.size()), eventsWall, eventsCpu, eventsCpu * 1000 / Events,
-            static_cast<long long>(window->channelUsers.value(Channel).size()), window->userList->count(),
+            static_cast<long long>(window->session()->members(Channel).size()), window->userList->count(),
             static_cast<long long>(words), wordsWall);
         result("members_events_ms", eventsWall, "ms");
         result("members_events_ms.cpu", eventsCpu, "ms");

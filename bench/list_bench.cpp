@@ -28,7 +28,7 @@ int main(int argc, char* argv[])
     const int channels = argc > 1 ? qMax(1000, QByteArray(argv[1]).toInt()) : 100000;
     const QString nick = QStringLiteral("benchuser");
 
-    Session session;
+    BenchWindow session;
     if (!session.open(nick) || !session.registerNick(nick)) {
         std::fprintf(stderr, "could not set up the window\n");
         return 1;
@@ -64,14 +64,14 @@ int main(int argc, char* argv[])
     bool started = false;
     bool ended = false;
     Clocks clocks;
-    QObject::connect(window->connection, &IRCConnection::listChannelReceived, window, [&] {
+    QObject::connect(window->session()->connection(), &IRCConnection::listChannelReceived, window, [&] {
         if (!started) {
             started = true;
             clocks.start();
         }
     });
     QObject::connect(
-        window->connection, &IRCConnection::listEndReceived, window, [&] { ended = true; },
+        window->session()->connection(), &IRCConnection::listEndReceived, window, [&] { ended = true; },
         Qt::QueuedConnection);
 
     const long rssBefore = statusKb("VmRSS:");

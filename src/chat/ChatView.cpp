@@ -1,19 +1,108 @@
 #include "ChatView.h"
 
+#include "IrcText.h"
+#include "Session.h"
+
 #include <QAbstractTextDocumentLayout>
 #include <QPaintEvent>
 #include <QPainter>
 #include <QScrollBar>
 #include <QTextBlock>
+#include <QHash>
+#include <QPair>
 #include <QTextBlockFormat>
+#include <QTextCharFormat>
 #include <QTextDocument>
 #include <QTimer>
 
 namespace {
 
 const QColor RuleColor(136, 136, 136);
+const QColor GreyText(136, 136, 136);
+const QColor AwayNickColor(0xAA, 0xAA, 0xAA);
+
+// Longest sender shown in full; longer ones keep MaxNickPrefix characters
+// followed by an ellipsis.
+constexpr int MaxNickLength = 16;
+constexpr int MaxNickPrefix = 15;
+
+QString displayNickFor(const QString& sender)
+{
+    if (sender.size() <= MaxNickLength)
+        return sender;
+    int keep = MaxNickPrefix;
+    // Never split a surrogate pair.
+    if (sender.at(keep - 1).isHighSurrogate())
+        --keep;
+    return sender.left(keep) + QChar(0x2026);
+}
+
+// Character formats of the columns, built once. Latin text is laid out
+// without the full shaper (scripts that need it still get it).
+QTextCharFormat plainFormat()
+{
+    QTextCharFormat format;
+    format.setFontStyleStrategy(QFont::PreferNoShaping);
+    return format;
+}
+
+const QTextCharFormat& greyFormat()
+{
+    static const QTextCharFormat format = [] {
+        QTextCharFormat f = plainFormat();
+        f.setForeground(GreyText);
+        return f;
+    }();
+    return format;
+}
+
+const QTextCharFormat& defaultFormat()
+{
+    static const QTextCharFormat format = plainFormat();
+    return format;
+}
+
+const QTextCharFormat& nickFormat(const QColor& colour, bool italic)
+{
+    static QHash<QPair<QRgb, bool>, QTextCharFormat> formats;
+    const QPair<QRgb, bool> key(colour.isValid() ? colour.rgba() : 0, italic);
+    auto it = formats.find(key);
+    if (it == formats.end()) {
+        QTextCharFormat format = plainFormat();
+        format.setFontWeight(700);
+        if (colour.isValid())
+            format.setForeground(colour);
+        format.setFontItalic(italic);
+        it = formats.insert(key, format);
+    }
+    return *it;
+}
 
 } // namespace
+
+void ChatView::appendLine(const QString& timestamp, const BufferLine& line)
+{
+    const bool ownAway = line.is(BufferLine::OwnAway);
+    QTextCursor cursor = appendRow();
+
+    // Each column is one format run, its tab included.
+    cursor.insertText(IrcText::singleBlockText(timestamp) + QLatin1Char('\t'), greyFormat());
+
+    if (m_nickColumn) {
+        const QString displayNick = displayNickFor(IrcText::singleBlockText(line.sender));
+        QColor colour;
+        if (!displayNick.isEmpty())
+            colour = ownAway ? AwayNickColor : IrcText::nickColor(displayNick);
+        cursor.insertText(displayNick + QStringLiteral("  \t"), nickFormat(colour, ownAway && !displayNick.isEmpty()));
+    }
+
+    const bool grey = line.is(BufferLine::Status) || ownAway;
+    // A message written while away starts with its away note, right at the
+    // column start.
+    const bool noted = ownAway && !line.is(BufferLine::Status);
+    const QString text = m_nickColumn && !noted ? QLatin1Char(' ') + line.text : line.text;
+    IrcText::insertMessageWithLinks(cursor, text, grey ? greyFormat() : defaultFormat());
+}
 
 ChatView::ChatView(QWidget* parent)
     : QTextBrowser(parent)

@@ -7,6 +7,7 @@
 
 class QPaintEvent;
 class QTimer;
+struct BufferLine;
 
 // The message view of one tab.
 //
@@ -53,6 +54,12 @@ public:
     // than FrameIntervalMs after the previous close. A single row therefore
     // shows at once, and a flood of rows shows frame by frame.
     QTextCursor appendRow();
+
+    // Appends one row of a buffer: the timestamp, the sender in its colour
+    // (grey and italic for the user's own rows while away) and the text with
+    // its links; grey for status rows. Without the nick column the sender is
+    // not shown.
+    void appendLine(const QString& timestamp, const BufferLine& line);
 
     // Explicit batches; they nest. No flush happens between the outermost
     // begin and end; the end schedules one.

@@ -3,15 +3,15 @@
 #include "ChatView.h"
 #include "EmojiPicker.h"
 #include "HighlightTabBar.h"
-#include "IRCConnection.h"
+#include "MemberListView.h"
 #include "MyTabWidget.h"
+#include "Session.h"
 
 #include <QCompleter>
 #include <QHBoxLayout>
 #include <QKeySequence>
 #include <QLabel>
 #include <QLineEdit>
-#include <QListWidget>
 #include <QMenu>
 #include <QPainter>
 #include <QPixmap>
@@ -62,17 +62,16 @@ QString closeButtonStyle(bool current)
 MainWindow::MainWindow(QWidget* parent, Startup startup)
     : QMainWindow(parent)
 {
-    connection = new IRCConnection(this);
+    m_session = new Session(this);
     setupUI();
     // The theme the user chose last time ("light" on a first start).
     applyTheme(QSettings().value(QStringLiteral("theme"), QStringLiteral("light")).toString());
     setupMenuBar();
     initSystemTray();
     createServerTab();
-    trackUserListChanges();
     loadPreferences();
 
-    connectEngineSignals();
+    connectSession();
     updateStatusBar();
 
     resize(1280, 720);
@@ -81,12 +80,10 @@ MainWindow::MainWindow(QWidget* parent, Startup startup)
         QTimer::singleShot(0, this, &MainWindow::showConnectDialog);
 }
 
-// Every widget is a child of the window. The member list's model outlives
-// this class's members while the children are deleted: stop listening first.
+// The session goes with the widgets, after this class's members.
 MainWindow::~MainWindow()
 {
-    if (userList && userList->model())
-        userList->model()->disconnect(this);
+    m_session->disconnect(this);
 }
 
 void MainWindow::setupUI()
@@ -105,7 +102,7 @@ void MainWindow::setupUI()
     tabBar->setContextMenuPolicy(Qt::CustomContextMenu);
     tabWidget->setTabsClosable(false);
 
-    userList = new QListWidget(splitter);
+    userList = new MemberListView(splitter);
     userList->setMinimumWidth(100);
     // Every row is one line of text: one size for all keeps big channels fast.
     userList->setUniformItemSizes(true);
@@ -123,7 +120,6 @@ void MainWindow::setupUI()
     connect(tabBar, &QWidget::customContextMenuRequested, this, &MainWindow::onTabContextMenu);
     connect(userList, &QWidget::customContextMenuRequested, this, &MainWindow::showUserContextMenu);
     connect(userList, &QListWidget::itemDoubleClicked, this, &MainWindow::onUserDoubleClicked);
-    connect(splitter, &QSplitter::splitterMoved, this, &MainWindow::onSplitterMoved);
 
     bottomStack = new QStackedWidget(central);
     bottomStack->setMaximumHeight(40);
@@ -280,14 +276,8 @@ MainWindow::TabInfo& MainWindow::registerTab(const QString& name, QWidget* page)
         if (info.editTopicBtn)
             connect(info.editTopicBtn, &QPushButton::clicked, this, [this, name] { editTopic(name); });
     }
-    if (isPrivateKey(name)) {
+    if (isPrivateKey(name))
         info.peerNick = name;
-        const QString lower = name.toLower();
-        if (!watchedNicks.contains(lower)) {
-            connection->sendWatch(name, true);
-            watchedNicks.insert(lower);
-        }
-    }
     TabInfo& stored = tabs.insert(name, info).value();
     const int index = tabWidget->addTab(page, name);
     tabWidget->setTabToolTip(index, name);
@@ -315,6 +305,7 @@ void MainWindow::onTabChanged(int index)
 
     currentTabName = tabWidget->tabText(index);
     auto it = tabs.find(currentTabName);
+    m_session->markRead(currentTabName);
     if (it != tabs.end() && it->highlighted) {
         it->highlighted = false;
         tabBar->unhighlightTab(tabWidget->currentIndex());
@@ -331,9 +322,8 @@ void MainWindow::onTabChanged(int index)
 
     userList->clear();
     if (isChannel) {
-        const auto users = channelUsers.constFind(currentTabName);
-        if (users != channelUsers.cend())
-            fillUserList(*users);
+        if (m_session->hasMembers(currentTabName))
+            userList->fill(m_session->members(currentTabName));
         if (it != tabs.end() && it->topicBar) {
             it->topicBar->show();
             updateTopicLabel(currentTabName);
@@ -348,11 +338,6 @@ void MainWindow::onTabChanged(int index)
     QTimer::singleShot(0, this, &MainWindow::adjustSplitterToRatio);
 }
 
-void MainWindow::requestCloseTab(int index)
-{
-    closeTab(index);
-}
-
 void MainWindow::closeTab(int index)
 {
     if (index < 0 || index >= tabWidget->count())
@@ -360,37 +345,38 @@ void MainWindow::closeTab(int index)
     const QString name = tabWidget->tabText(index);
     if (name == ServerTab)
         return;
-
-    if (isPrivateKey(name) && watchedNicks.contains(name.toLower())) {
-        connection->sendWatch(name, false);
-        watchedNicks.remove(name.toLower());
-    }
-    if (isChannelKey(name) && connection->isConnected()) {
-        connection->partChannel(name);
-        appendMessageToTab(ServerTab, QStringLiteral("*** You left %1").arg(name), QString(), false);
-    }
     if (name == ListTab) {
         channelListWidget = nullptr;
         channelListModel = nullptr;
         listInfoLabel = nullptr;
     }
+    // The session leaves the channel or stops watching the peer; the tab goes
+    // when it reports the buffer closed.
+    m_session->closeBuffer(name);
+}
 
+void MainWindow::onBufferClosed(const QString& name)
+{
+    const auto found = tabs.constFind(name);
+    if (found == tabs.cend())
+        return;
+    const int index = tabWidget->indexOf(found->widget);
     // The tab bar keeps its blink marks by index: clear the marks from the
     // closed tab on and set them again on the tabs that moved down.
-    for (int i = index; i < tabWidget->count(); ++i)
+    for (int i = qMax(index, 0); index >= 0 && i < tabWidget->count(); ++i)
         tabBar->unhighlightTab(i);
-    QWidget* page = tabWidget->widget(index);
-    tabWidget->removeTab(index);
+    QWidget* page = found->widget;
+    if (index >= 0)
+        tabWidget->removeTab(index);
     if (page)
         page->deleteLater();
-    for (int i = index; i < tabWidget->count(); ++i) {
+    for (int i = qMax(index, 0); index >= 0 && i < tabWidget->count(); ++i) {
         const QString key = tabWidget->tabText(i);
         if (key != currentTabName && tabs.value(key).highlighted)
             tabBar->highlightTab(i);
     }
     tabs.remove(name);
     tabInputHistory.remove(name);
-    channelTopics.remove(name);
 
     if (currentTabName == name) {
         currentTabName.clear();
@@ -442,9 +428,6 @@ void MainWindow::adjustSplitterToRatio()
     }
 }
 
-// A drag lasts until the next resize or tab switch, which restore one fifth.
-void MainWindow::onSplitterMoved(int, int) { }
-
 void MainWindow::resizeEvent(QResizeEvent* event)
 {
     QMainWindow::resizeEvent(event);
@@ -464,12 +447,23 @@ void MainWindow::onTabContextMenu(const QPoint& pos)
     QAction* closeAction = menu.addAction(QStringLiteral("Close"));
     QAction* autojoinAction = menu.addAction(QStringLiteral("Autojoin on connect"));
     autojoinAction->setCheckable(true);
-    const bool contained = favoriteChannels.contains(key);
+    const bool contained = m_session->autojoinChannels().contains(key);
     autojoinAction->setChecked(contained);
 
     QAction* chosen = menu.exec(tabBar->mapToGlobal(pos));
     if (chosen == closeAction)
         closeTab(index);
     else if (chosen == autojoinAction)
-        setChannelAutojoin(key, !contained);
+        m_session->setAutojoin(key, !contained);
+}
+
+void MainWindow::highlightTab(const QString& tabName)
+{
+    auto it = tabs.find(tabName);
+    if (it == tabs.end() || it->highlighted)
+        return;
+    it->highlighted = true;
+    const int index = tabWidget->indexOf(it->widget);
+    if (index >= 0 && tabName != currentTabName)
+        tabBar->highlightTab(index);
 }

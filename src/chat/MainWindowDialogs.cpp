@@ -1,86 +1,23 @@
-// MainWindow: the away and nickname dialogs and the emoji popup of the input
-// line.
+// MainWindow: the away, nickname and topic dialogs and the emoji popup of the
+// input line.
 
 #include "MainWindow.h"
 
+#include "EditTopicDialog.h"
 #include "EmojiPicker.h"
-#include "IRCConnection.h"
-#include "ThemeManager.h"
+#include "Session.h"
+#include "TextDialog.h"
 
-#include <QAction>
-#include <QDialog>
-#include <QDialogButtonBox>
-#include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPushButton>
-#include <QVBoxLayout>
-
-namespace {
-
-// What one of the two small text dialogs shows.
-struct TextDialogFields
-{
-    QString title;
-    int minimumWidth;
-    QString label;
-    QString text;
-    QString placeholder;
-    QString saveText;
-};
-
-// Runs a themed modal dialog with a label, one line edit and Save/Cancel.
-// Returns whether it was accepted; the field's text goes to `result`.
-bool runTextDialog(QWidget* parent, const QString& theme, const TextDialogFields& fields, QString* result)
-{
-    QDialog dialog(parent, Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
-    dialog.setWindowTitle(fields.title);
-    dialog.setMinimumWidth(fields.minimumWidth);
-
-    auto* layout = new QVBoxLayout(&dialog);
-    layout->setContentsMargins(20, 20, 20, 16);
-
-    auto* label = new QLabel(fields.label, &dialog);
-    label->setStyleSheet(
-        QStringLiteral("color: %1; font-size: 13px;").arg(ThemeManager::palette(theme).textColor));
-    layout->addWidget(label);
-
-    auto* field = new QLineEdit(fields.text, &dialog);
-    field->setPlaceholderText(fields.placeholder);
-    field->setStyleSheet(ThemeManager::lineEditStyleSheet(theme));
-    layout->addWidget(field);
-
-    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel, &dialog);
-    QPushButton* save = buttons->button(QDialogButtonBox::Save);
-    save->setText(fields.saveText);
-    save->setDefault(true);
-    save->setObjectName(QStringLiteral("connectButton"));
-    QPushButton* cancel = buttons->button(QDialogButtonBox::Cancel);
-    cancel->setText(QStringLiteral("Cancel"));
-    cancel->setObjectName(QStringLiteral("cancelButton"));
-    for (QAbstractButton* button : buttons->buttons())
-        button->setIcon(QIcon()); // text only, like every other themed button
-    buttons->setStyleSheet(ThemeManager::buttonStyleSheet(theme));
-    layout->addWidget(buttons);
-
-    QObject::connect(field, &QLineEdit::returnPressed, &dialog, &QDialog::accept);
-    QObject::connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
-    QObject::connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
-    dialog.setStyleSheet(ThemeManager::dialogStyleSheet(theme));
-
-    if (dialog.exec() != QDialog::Accepted)
-        return false;
-    *result = field->text();
-    return true;
-}
-
-} // namespace
 
 void MainWindow::onSetAway()
 {
-    if (!connection->isConnected())
+    if (!m_session->isConnected())
         return;
-    if (awayActive) {
-        markBack(true);
+    if (m_session->isAway()) {
+        m_session->setBack(true);
         return;
     }
     QString reason;
@@ -89,25 +26,22 @@ void MainWindow::onSetAway()
     if (!runTextDialog(this, currentTheme, fields, &reason))
         return;
     reason = reason.trimmed();
-    markAway(reason.isEmpty() ? QStringLiteral("Away") : reason);
+    m_session->setAway(reason.isEmpty() ? QStringLiteral("Away") : reason);
 }
 
 void MainWindow::onChangeNick()
 {
-    if (!connection->isConnected())
+    if (!m_session->isConnected())
         return;
     QString nick;
     const TextDialogFields fields { QStringLiteral("Change Nickname"), 400, QStringLiteral("New nickname:"),
-        connection->currentNick(), QStringLiteral("Enter new nickname"), QStringLiteral("Change") };
+        m_session->nick(), QStringLiteral("Enter new nickname"), QStringLiteral("Change") };
     if (!runTextDialog(this, currentTheme, fields, &nick))
         return;
     nick = nick.trimmed();
-    if (nick.isEmpty() || nick == connection->currentNick())
+    if (nick.isEmpty() || nick == m_session->nick())
         return;
-    if (awayActive)
-        markBack(false);
-    pendingNewNick = nick;
-    connection->changeNick(nick);
+    m_session->changeNick(nick);
 }
 
 void MainWindow::toggleEmojiPicker()
@@ -120,4 +54,19 @@ void MainWindow::toggleEmojiPicker()
     });
     picker->setAttribute(Qt::WA_DeleteOnClose);
     picker->show();
+}
+
+void MainWindow::editTopic(const QString& channel)
+{
+    if (!m_session->isConnected())
+        return;
+    if (!m_session->isOperator(channel)) {
+        QMessageBox::warning(this, QStringLiteral("Permission denied"),
+            QStringLiteral("You must be an operator to change the topic."), QMessageBox::Ok);
+        return;
+    }
+    EditTopicDialog dialog(channel, m_session->topic(channel), currentTheme, this);
+    if (dialog.exec() != QDialog::Accepted)
+        return;
+    m_session->setTopic(channel, dialog.newTopic());
 }

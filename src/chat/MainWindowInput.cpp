@@ -2,9 +2,9 @@
 
 #include "MainWindow.h"
 
-#include "IRCConnection.h"
 #include "InputCommand.h"
 #include "MemberList.h"
+#include "Session.h"
 
 #include <QAction>
 #include <QCompleter>
@@ -20,7 +20,6 @@
 namespace {
 
 const QString ServerTab = QStringLiteral("Server");
-const QString ListTab = QStringLiteral("List");
 
 } // namespace
 
@@ -31,109 +30,58 @@ void MainWindow::onSendInput()
     tabInputHistory.insert(currentTabName, QString());
 
     const InputCommand command = InputCommand::parse(line, currentTabName);
-    if (command.type == InputCommand::Type::Empty || !connection->isConnected())
+    Session* session = m_session;
+    if (command.type == InputCommand::Type::Empty || !session->isConnected())
         return;
 
-    const QString ownNick = connection->currentNick();
     switch (command.type) {
     case InputCommand::Type::Empty:
         break;
     case InputCommand::Type::Message:
     case InputCommand::Type::Msg:
-        connection->sendPrivmsg(command.target, command.text);
-        appendMessageToTab(command.target, command.text, ownNick, false);
+        session->sendMessage(command.target, command.text);
         break;
     case InputCommand::Type::Feedback:
-        appendMessageToTab(command.target, command.text, QString(), false);
+        session->addLine(command.target, command.text);
         break;
     case InputCommand::Type::Join:
-        connection->joinChannel(command.target);
+        session->join(command.target);
         break;
     case InputCommand::Type::Part:
-        connection->partChannel(command.target);
+        session->part(command.target);
         break;
     case InputCommand::Type::Nick:
-        if (awayActive)
-            markBack(false);
-        pendingNewNick = command.target;
-        connection->changeNick(command.target);
+        session->changeNick(command.target);
         break;
     case InputCommand::Type::Raw:
-        connection->sendRaw(command.text);
+        session->sendRaw(command.text);
         break;
     case InputCommand::Type::List:
-        if (!connection->isRegistered()) {
-            appendMessageToTab(ServerTab,
-                QStringLiteral("*** Please wait for registration to complete before using /list."), QString(),
-                false);
+        if (!session->isRegistered()) {
+            session->addLine(ServerTab,
+                QStringLiteral("*** Please wait for registration to complete before using /list."));
             break;
         }
         requestChannelList();
         break;
     case InputCommand::Type::Away:
-        markAway(command.text);
+        session->setAway(command.text);
         break;
     case InputCommand::Type::Back:
-        markBack(true);
+        session->setBack(true);
         break;
     case InputCommand::Type::Whois:
-        whoisTargetTab = currentTabName;
-        connection->sendWhois(command.target);
+        session->whois(command.target, currentTabName);
         break;
     case InputCommand::Type::Autojoin:
-        setChannelAutojoin(command.target, !favoriteChannels.contains(command.target));
+        session->setAutojoin(command.target, !session->autojoinChannels().contains(command.target));
         break;
     }
-}
-
-// The line goes to every channel and private tab once the current event is
-// handled, as it reads now: going away and coming back at once still gives
-// "is away (reason)" then "is back", and a tab closed meanwhile stays closed.
-void MainWindow::announceToTabs(const QString& line)
-{
-    const QString nick = connection->currentNick();
-    for (auto it = tabs.cbegin(); it != tabs.cend(); ++it) {
-        const QString tab = it.key();
-        if (tab == ServerTab || tab == ListTab)
-            continue;
-        QTimer::singleShot(0, this, [this, tab, line, nick] {
-            if (tabs.contains(tab))
-                appendMessageToTab(tab, line, nick, true);
-        });
-    }
-}
-
-void MainWindow::markAway(const QString& message)
-{
-    awayActive = true;
-    awayMessage = message;
-    connection->sendRaw(QStringLiteral("AWAY :") + awayMessage);
-    if (awayAction)
-        awayAction->setText(QStringLiteral("Unmark Away"));
-    appendMessageToTab(ServerTab, QStringLiteral("*** You are marked as away (") + awayMessage + QLatin1Char(')'),
-        QString(), false);
-    announceToTabs(QStringLiteral("is away (%1)").arg(awayMessage));
-    updateStatusBar();
-    updateOwnUserAppearance();
-}
-
-void MainWindow::markBack(bool announceInTabs)
-{
-    connection->sendRaw(QStringLiteral("AWAY"));
-    awayActive = false;
-    awayMessage.clear();
-    if (awayAction)
-        awayAction->setText(QStringLiteral("Marked Away..."));
-    appendMessageToTab(ServerTab, QStringLiteral("*** You are back"), QString(), false);
-    if (announceInTabs)
-        announceToTabs(QStringLiteral("is back"));
-    updateStatusBar();
-    updateOwnUserAppearance();
 }
 
 void MainWindow::onJoinChannel()
 {
-    if (!connection->isConnected()) {
+    if (!m_session->isConnected()) {
         QMessageBox::warning(this, QStringLiteral("Error"), QStringLiteral("Not connected."), QMessageBox::Ok);
         return;
     }
@@ -142,7 +90,7 @@ void MainWindow::onJoinChannel()
         QStringLiteral("Channel name (e.g. #linux):"), QLineEdit::Normal, QString(), &ok);
     if (!ok || name.isEmpty())
         return;
-    connection->joinChannel(InputCommand::channelName(name));
+    m_session->join(InputCommand::channelName(name));
 }
 
 // --- Nick completion ----------------------------------------------------------------
@@ -164,12 +112,11 @@ void MainWindow::completeNick()
         return;
 
     QStringList candidates;
-    const auto users = channelUsers.constFind(currentTabName);
-    if (currentTabName.startsWith(QLatin1Char('#')) && users != channelUsers.cend())
-        candidates = *users;
+    if (currentTabName.startsWith(QLatin1Char('#')) && m_session->hasMembers(currentTabName))
+        candidates = m_session->members(currentTabName);
     else if (!currentTabName.startsWith(QLatin1Char('#')) && currentTabName != ServerTab)
         candidates.append(currentTabName);
-    candidates.append(connection->currentNick());
+    candidates.append(m_session->nick());
     candidates.removeDuplicates();
     setCompletionWords(candidates);
     // The completer now holds these candidates until the word list changes.
@@ -204,15 +151,15 @@ void MainWindow::refreshNickCompletionModel()
         return;
     m_completionStale = false;
     QStringList words;
-    const auto users = channelUsers.constFind(currentTabName);
-    if (currentTabName.startsWith(QLatin1Char('#')) && users != channelUsers.cend()) {
-        words.reserve(users->size() + 1);
-        for (const QString& name : *users)
+    if (currentTabName.startsWith(QLatin1Char('#')) && m_session->hasMembers(currentTabName)) {
+        const QStringList users = m_session->members(currentTabName);
+        words.reserve(users.size() + 1);
+        for (const QString& name : users)
             words.append(MemberList::stripModePrefix(name));
     } else if (!currentTabName.startsWith(QLatin1Char('#')) && currentTabName != ServerTab) {
         words.append(currentTabName);
     }
-    words.append(connection->currentNick());
+    words.append(m_session->nick());
     words.removeDuplicates();
     setCompletionWords(words);
 }

@@ -1,13 +1,15 @@
-// MainWindow: the menu bar, the about and help boxes, the status bar, the
-// theme, the tray icon and notifications, and the preferences it applies.
+// MainWindow: the menu bar, the status bar, the theme, the tray icon and
+// notifications, and the preferences it applies (font, chat background).
 
 #include "MainWindow.h"
 
 #include "ChatView.h"
 #include "HighlightTabBar.h"
-#include "IRCConnection.h"
+#include "InfoBoxes.h"
+#include "MemberListView.h"
 #include "MyTabWidget.h"
 #include "PreferencesDialog.h"
+#include "Session.h"
 #include "ThemeManager.h"
 
 #include <QAction>
@@ -24,6 +26,7 @@
 #include <QSplitter>
 #include <QStatusBar>
 #include <QSystemTrayIcon>
+#include <QUrl>
 #include <QVBoxLayout>
 
 #include <functional>
@@ -31,67 +34,6 @@
 namespace {
 
 const QString AppIconPath = QStringLiteral(":/icons/app_icon");
-
-// Displayed size of the application icon in the about and help boxes.
-constexpr int BoxIconSize = 96;
-
-const QString OkButtonStyle = QStringLiteral(
-    "QPushButton#connectButton {  background-color: #007AFF; color: white; border: none; border-radius: 6px;  "
-    "padding: 8px 0px; font-size: 14px; font-weight: 500;}"
-    "QPushButton#connectButton:hover { background-color: #0062CC; }"
-    "QPushButton#connectButton:pressed { background-color: #0051AA; }");
-
-// The icon, or `fallbackText` in `fallbackStyle` when it cannot be loaded.
-QLabel* iconLabel(QWidget* parent, const QString& fallbackText, const QString& fallbackStyle)
-{
-    auto* label = new QLabel(parent);
-    label->setAlignment(Qt::AlignCenter);
-    const QPixmap icon(AppIconPath);
-    if (icon.isNull()) {
-        label->setText(fallbackText);
-        label->setStyleSheet(fallbackStyle);
-    } else {
-        label->setPixmap(icon.scaled(BoxIconSize, BoxIconSize, Qt::KeepAspectRatio, Qt::SmoothTransformation));
-    }
-    return label;
-}
-
-QLabel* textLabel(QWidget* parent, const QString& text, int pointSize, bool bold, const QString& style)
-{
-    auto* label = new QLabel(text, parent);
-    label->setAlignment(Qt::AlignCenter);
-    QFont font(QStringLiteral("Comic Sans MS"), pointSize);
-    font.setBold(bold);
-    label->setFont(font);
-    label->setStyleSheet(style);
-    return label;
-}
-
-// The white modal box shared by "About" and "Help"; `fill` adds the content
-// between the icon and the OK button.
-void runInfoBox(QWidget* parent, const QString& title, const QString& iconFallbackStyle,
-    const std::function<void(QDialog*, QVBoxLayout*)>& fill)
-{
-    QDialog box(parent);
-    box.setWindowTitle(title);
-    box.setStyleSheet(QStringLiteral("QDialog { background-color: #FFFFFF; }"));
-    auto* layout = new QVBoxLayout(&box);
-    layout->setAlignment(Qt::AlignHCenter);
-    layout->setContentsMargins(28, 24, 28, 20);
-    layout->setSpacing(8);
-    layout->addWidget(iconLabel(&box, QStringLiteral("Quenvar"), iconFallbackStyle), 0, Qt::AlignHCenter);
-    fill(&box, layout);
-
-    auto* ok = new QPushButton(QStringLiteral("OK"), &box);
-    ok->setObjectName(QStringLiteral("connectButton"));
-    ok->setFixedWidth(88);
-    ok->setDefault(true);
-    ok->setStyleSheet(OkButtonStyle);
-    QObject::connect(ok, &QPushButton::clicked, &box, &QDialog::accept);
-    layout->addSpacing(8);
-    layout->addWidget(ok, 0, Qt::AlignHCenter);
-    box.exec();
-}
 
 QString tabWidgetStyleSheet(const QString& theme, const ThemeManager::Palette& palette)
 {
@@ -129,12 +71,10 @@ void MainWindow::setupMenuBar()
     };
 
     QMenu* server = bar->addMenu(QStringLiteral("&Server"));
-    connectAction = noRole(server->addAction(QStringLiteral("&Connect..."), this, &MainWindow::onConnectTriggered));
-    disconnectAction
-        = noRole(server->addAction(QStringLiteral("&Disconnect"), this, &MainWindow::onDisconnectTriggered));
+    noRole(server->addAction(QStringLiteral("&Connect..."), this, &MainWindow::showConnectDialog));
+    noRole(server->addAction(QStringLiteral("&Disconnect"), this, &MainWindow::onDisconnectTriggered));
     server->addSeparator();
-    reconnectAction
-        = noRole(server->addAction(QStringLiteral("&Reconnect"), this, &MainWindow::onReconnectTriggered));
+    noRole(server->addAction(QStringLiteral("&Reconnect"), this, &MainWindow::onReconnectTriggered));
     server->addSeparator();
     QAction* quit = noRole(server->addAction(QStringLiteral("&Quit"), qApp, &QApplication::quit));
     quit->setShortcut(QKeySequence::Quit);
@@ -157,79 +97,12 @@ void MainWindow::setupMenuBar()
 
 void MainWindow::showAboutBox()
 {
-    runInfoBox(this, QStringLiteral("About Quenvar"),
-        QStringLiteral("font-size: 42px; font-weight: bold; color: #007AFF;"),
-        [](QDialog* box, QVBoxLayout* layout) {
-            layout->addWidget(textLabel(box, QStringLiteral("Quenvar"), 26, true, QStringLiteral("color: #1d1d1f;")));
-            layout->addWidget(
-                textLabel(box, QStringLiteral("Version 2.0 Ruskavel"), 16, false, QStringLiteral("color: #888888;")));
-
-            auto* about = new QLabel(box);
-            about->setTextFormat(Qt::RichText);
-            about->setWordWrap(true);
-            about->setAlignment(Qt::AlignCenter);
-            about->setOpenExternalLinks(true);
-            about->setMinimumWidth(340);
-            about->setStyleSheet(QStringLiteral("color: #555555; font-size: 15px;"));
-            about->setText(QStringLiteral(
-                "Quenvar is a free, modern, cross-platform IRC client for macOS, Linux and Windows.<br><br>"
-                "<a href=\"https://quenvar.org\" style=\"color: #007AFF;\">quenvar.org</a>"));
-            layout->addWidget(about);
-
-            auto* footer = new QLabel(QStringLiteral("Made for people who live on IRC."), box);
-            footer->setAlignment(Qt::AlignCenter);
-            footer->setStyleSheet(QStringLiteral("color: #888888; font-size: 13px;"));
-            layout->addWidget(footer);
-        });
+    InfoBoxes::showAboutBox(this);
 }
 
 void MainWindow::showHelpBox()
 {
-    runInfoBox(this, QStringLiteral("Help"), QStringLiteral("font-size: 36px; color: #007AFF;"),
-        [](QDialog* box, QVBoxLayout* layout) {
-            layout->addWidget(textLabel(box, QStringLiteral("Basic IRC commands"), 18, true,
-                QStringLiteral("color: #1d1d1f; margin-bottom: 8px;")));
-
-            static const char* const rows[][2] = {
-                { "/join #channel", "Join a channel" },
-                { "/part [#channel]", "Leave a channel (or current tab)" },
-                { "/msg nick message", "Send a private message" },
-                { "/whois nick", "Show information about a user" },
-                { "/nick newnick", "Change your nickname" },
-                { "/away message", "Set away status (use /back to return)" },
-                { "/list", "List channels on the server" },
-                { "/topic [#channel]", "Show or change the channel topic" },
-                { "/kick nick [reason]", "Kick a user from the channel" },
-                { "/me action", "Send an action message" },
-                { "/quit [message]", "Disconnect from the server" },
-                { "/notice nick message", "Send a notice (like /msg but silent)" },
-                { "/ctcp nick command", "Send a CTCP request (e.g., /ctcp nick VERSION)" },
-                { "/mode #channel +o nick", "Change channel or user modes" },
-                { "/invite nick #channel", "Invite a user to a channel" },
-                { "/who #channel", "Show users in a channel" },
-                { "/help [command]", "Show help (server\u2011specific)" },
-            };
-            QString html = QStringLiteral(
-                "<table cellspacing=\"0\" cellpadding=\"4\" style=\"font-size: 13px; color: #333;\">"
-                "<tr><th align=\"left\" style=\"border-bottom: 1px solid #cccccc;\">Command</th>"
-                "<th align=\"left\" style=\"border-bottom: 1px solid #cccccc;\">Description</th></tr>");
-            for (const auto& row : rows) {
-                html += QStringLiteral("<tr><td><code>%1</code></td><td>%2</td></tr>")
-                            .arg(QString::fromUtf8(row[0]).toHtmlEscaped(), QString::fromUtf8(row[1]).toHtmlEscaped());
-            }
-            html += QStringLiteral("</table>");
-
-            auto* table = new QLabel(box);
-            table->setTextFormat(Qt::RichText);
-            table->setWordWrap(true);
-            table->setStyleSheet(QStringLiteral("font-size: 13px; color: #333;"));
-            table->setText(html);
-            // A wrapped label does not tell the box its height: give it its
-            // width and the height that width needs.
-            table->setFixedWidth(520);
-            table->setMinimumHeight(table->heightForWidth(520));
-            layout->addWidget(table);
-        });
+    InfoBoxes::showHelpBox(this);
 }
 
 // --- Status bar, theme ---------------------------------------------------------------
@@ -243,13 +116,13 @@ void MainWindow::updateStatusBar()
         label->setObjectName(QStringLiteral("connectionStatus"));
         bar->addPermanentWidget(label);
     }
-    if (!connection->isConnected()) {
+    if (!m_session->isConnected()) {
         bar->setStyleSheet(QStringLiteral("QStatusBar { background-color: #f8d7da; }"));
         label->setText(QStringLiteral("Disconnected"));
     } else {
         bar->setStyleSheet(QStringLiteral("QStatusBar { background-color: #d4edda; }"));
         label->setText(
-            QStringLiteral("Connected to %1 as %2").arg(connection->getHost(), connection->currentNick()));
+            QStringLiteral("Connected to %1 as %2").arg(m_session->host(), m_session->nick()));
     }
 }
 
@@ -293,14 +166,11 @@ void MainWindow::applyTheme(const QString& theme)
     update();
 }
 
-// The theme is chosen in the preferences.
-void MainWindow::onToggleTheme() { }
-
 // --- Preferences -------------------------------------------------------------------
 
 void MainWindow::openPreferencesWindow()
 {
-    auto* dialog = new PreferencesDialog(this);
+    auto* dialog = new PreferencesDialog(this, this);
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->show();
 }
@@ -309,34 +179,34 @@ void MainWindow::loadPreferences()
 {
     QSettings settings;
     const QString font = settings.value(QStringLiteral("chatFont")).toString();
-    if (!font.isEmpty() && m_chatFont.fromString(font))
-        m_chatFontChosen = true;
-    m_timestampFormat = settings.value(QStringLiteral("timestampFormat"), QStringLiteral("[HH:mm:ss]")).toString();
-    m_emojiSize = settings.value(QStringLiteral("emojiSize"), 20).toInt();
-    m_logEnabled = settings.value(QStringLiteral("logEnabled"), false).toBool();
-    m_logPath = settings.value(QStringLiteral("logPath")).toString();
-    m_chatBgImage = settings.value(QStringLiteral("chatBgImage")).toString();
+    if (!font.isEmpty() && prefs.chatFont.fromString(font))
+        prefs.chatFontChosen = true;
+    prefs.timestampFormat = settings.value(QStringLiteral("timestampFormat"), QStringLiteral("[HH:mm:ss]")).toString();
+    prefs.emojiSize = settings.value(QStringLiteral("emojiSize"), 20).toInt();
+    prefs.logEnabled = settings.value(QStringLiteral("logEnabled"), false).toBool();
+    prefs.logPath = settings.value(QStringLiteral("logPath")).toString();
+    prefs.chatBgImage = settings.value(QStringLiteral("chatBgImage")).toString();
 
     const QString colour = settings.value(QStringLiteral("chatBgColor")).toString();
-    m_chatBgColor = QColor();
+    prefs.chatBgColor = QColor();
     if (!colour.isEmpty()) {
         const QColor parsed(colour);
         // Black counts as no colour: an accidental black background is
         // repaired here.
         if (parsed.isValid() && parsed.rgb() != qRgb(0, 0, 0))
-            m_chatBgColor = parsed;
+            prefs.chatBgColor = parsed;
         else {
             settings.setValue(QStringLiteral("chatBgColor"), QString());
             settings.sync();
         }
     }
 
-    m_autoReconnect = settings.value(QStringLiteral("autoReconnect"), true).toBool();
-    m_reconnectDelay = settings.value(QStringLiteral("reconnectDelay"), 10).toInt();
-    m_reconnectAttempts = settings.value(QStringLiteral("reconnectAttempts"), 0).toInt();
-    m_pingInterval = settings.value(QStringLiteral("pingInterval"), 60).toInt();
-    m_pingTimeout = settings.value(QStringLiteral("pingTimeout"), 45).toInt();
-    m_acceptInvalidSSl = settings.value(QStringLiteral("acceptInvalidSsl"), false).toBool();
+    prefs.autoReconnect = settings.value(QStringLiteral("autoReconnect"), true).toBool();
+    prefs.reconnectDelay = settings.value(QStringLiteral("reconnectDelay"), 10).toInt();
+    prefs.reconnectAttempts = settings.value(QStringLiteral("reconnectAttempts"), 0).toInt();
+    prefs.pingInterval = settings.value(QStringLiteral("pingInterval"), 60).toInt();
+    prefs.pingTimeout = settings.value(QStringLiteral("pingTimeout"), 45).toInt();
+    prefs.acceptInvalidSsl = settings.value(QStringLiteral("acceptInvalidSsl"), false).toBool();
 
     applyChatFont();
     applyChatBackground();
@@ -344,7 +214,7 @@ void MainWindow::loadPreferences()
 
 QFont MainWindow::currentChatFont() const
 {
-    return m_chatFontChosen ? m_chatFont : userList->font();
+    return prefs.chatFontChosen ? prefs.chatFont : userList->font();
 }
 
 void MainWindow::applyChatFont()
@@ -357,9 +227,55 @@ void MainWindow::applyChatFont()
     }
 }
 
-// Lines take the format from m_timestampFormat as they are appended; nothing
-// already shown changes.
-void MainWindow::applyTimestampFormat() { }
+void MainWindow::applyChatBackground()
+{
+    const bool dark = currentTheme == QLatin1String("dark");
+    const QString border = dark ? QStringLiteral("#555") : QStringLiteral("#ccc");
+    QColor background;
+    if (!prefs.chatBgImage.isEmpty())
+        background = Qt::white;
+    else if (prefs.chatBgColor.isValid())
+        background = prefs.chatBgColor;
+    else
+        background = dark ? QColor(0x1E, 0x1E, 0x1E) : QColor(Qt::white);
+
+    QString sheet;
+    if (!prefs.chatBgImage.isEmpty()) {
+        if (QUrl::fromLocalFile(prefs.chatBgImage).isValid())
+            sheet = QStringLiteral("QTextBrowser {   border: 1px solid %1;   background-color: white;   "
+                                   "border-image: url(\"%2\") 0 0 0 0 stretch stretch; }")
+                        .arg(border, prefs.chatBgImage);
+        else
+            sheet = QStringLiteral("QTextBrowser {   border: 1px solid %1;   background-color: white;   "
+                                   "border-image: none; }")
+                        .arg(border);
+    } else {
+        sheet = QStringLiteral("QTextBrowser {   border: 1px solid %1;   background-color: %2;   "
+                               "border-image: none; }")
+                    .arg(border, background.name());
+    }
+    sheet += QStringLiteral(
+        "QScrollBar:vertical { background: transparent; width: 8px; }"
+        "QScrollBar:horizontal { background: transparent; height: 8px; }"
+        "QScrollBar::handle:vertical { background: rgba(128,128,128,0.5); border-radius: 4px; }"
+        "QScrollBar::handle:horizontal { background: rgba(128,128,128,0.5); border-radius: 4px; }"
+        "QScrollBar::add-line:vertical, QScrollBar::sub-line:vertical,"
+        "QScrollBar::add-line:horizontal, QScrollBar::sub-line:horizontal { border: none; background: none; }");
+
+    for (const TabInfo& info : std::as_const(tabs)) {
+        ChatView* view = info.chatView;
+        if (!view)
+            continue;
+        QPalette palette = view->palette();
+        palette.setColor(QPalette::Base, background);
+        palette.setColor(QPalette::Window, background);
+        view->setPalette(palette);
+        view->setAutoFillBackground(true);
+        if (view->styleSheet() != sheet)
+            view->setStyleSheet(sheet);
+        view->viewport()->update();
+    }
+}
 
 // --- Tray and notifications ------------------------------------------------------------
 

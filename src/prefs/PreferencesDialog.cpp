@@ -1,6 +1,6 @@
 #include "PreferencesDialog.h"
 
-#include "MainWindow.h"
+#include "PreferencesHost.h"
 #include "ThemeManager.h"
 
 #include <QApplication>
@@ -59,9 +59,9 @@ QString darkReadabilitySheet(const QString& theme)
 
 } // namespace
 
-PreferencesDialog::PreferencesDialog(MainWindow* main)
-    : QDialog(main)
-    , m_main(main)
+PreferencesDialog::PreferencesDialog(PreferencesHost* host, QWidget* parent)
+    : QDialog(parent)
+    , m_host(host)
 {
     setWindowTitle(tr("Preferences"));
     setMinimumSize(560, 520);
@@ -105,10 +105,10 @@ QWidget* PreferencesDialog::buildInterfacePage()
     themeCombo->addItem(tr("Light"), QStringLiteral("light"));
     themeCombo->addItem(tr("Dark"), QStringLiteral("dark"));
     themeCombo->addItem(tr("Glass"), QStringLiteral("glass"));
-    themeCombo->setCurrentIndex(qMax(0, themeCombo->findData(m_main->currentTheme)));
+    themeCombo->setCurrentIndex(qMax(0, themeCombo->findData(m_host->theme())));
     form->addRow(tr("Theme:"), themeCombo);
 
-    fontBtn = new QPushButton(fontButtonText(m_main->m_chatFont), page);
+    fontBtn = new QPushButton(fontButtonText(m_host->chatPreferences().chatFont), page);
     fontBtn->setObjectName(QStringLiteral("prefsFontButton"));
     connect(fontBtn, &QPushButton::clicked, this, &PreferencesDialog::chooseFont);
     form->addRow(tr("Chat font:"), fontBtn);
@@ -117,10 +117,10 @@ QWidget* PreferencesDialog::buildInterfacePage()
     tsCombo->setObjectName(QStringLiteral("prefsWideCombo"));
     tsCombo->addItems({ QStringLiteral("[HH:mm:ss]"), QStringLiteral("[hh:mm:ss AP]"),
         QStringLiteral("[HH:mm]"), QStringLiteral("hh:mm") });
-    tsCombo->setCurrentIndex(qMax(0, tsCombo->findText(m_main->m_timestampFormat)));
+    tsCombo->setCurrentIndex(qMax(0, tsCombo->findText(m_host->chatPreferences().timestampFormat)));
     form->addRow(tr("Timestamp:"), tsCombo);
 
-    emojiSpin = newSpinBox(12, 48, m_main->m_emojiSize, QStringLiteral("prefsSpinBox"), page);
+    emojiSpin = newSpinBox(12, 48, m_host->chatPreferences().emojiSize, QStringLiteral("prefsSpinBox"), page);
     form->addRow(tr("Emoji size:"), emojiSpin);
 
     openNewTabCheck = new QCheckBox(tr("Switch to new tabs automatically"), page);
@@ -151,8 +151,8 @@ QWidget* PreferencesDialog::buildInterfacePage()
     bgPreview->setAlignment(Qt::AlignCenter);
     form->addRow(bgPreview);
 
-    m_selectedBgImage = m_main->m_chatBgImage;
-    m_selectedBgColor = m_main->m_chatBgColor;
+    m_selectedBgImage = m_host->chatPreferences().chatBgImage;
+    m_selectedBgColor = m_host->chatPreferences().chatBgColor;
     updateBgPreview();
     return page;
 }
@@ -173,11 +173,11 @@ QWidget* PreferencesDialog::buildChatPage()
     form->addRow(tr("Min prefix length:"), completionMinSpin);
 
     logCheck = new QCheckBox(tr("Enable logging"), page);
-    logCheck->setChecked(m_main->m_logEnabled);
+    logCheck->setChecked(m_host->chatPreferences().logEnabled);
     form->addRow(logCheck);
 
     auto* logRow = new QHBoxLayout;
-    logPathEdit = new QLineEdit(m_main->m_logPath, page);
+    logPathEdit = new QLineEdit(m_host->chatPreferences().logPath, page);
     logPathEdit->setPlaceholderText(tr("Log directory path..."));
     auto* logBrowse = new QPushButton(QStringLiteral("..."), page);
     logBrowse->setObjectName(QStringLiteral("prefsBgButton"));
@@ -208,27 +208,27 @@ QWidget* PreferencesDialog::buildNetworkPage()
     const QString wideSpin = QStringLiteral("prefsWideSpin");
 
     autoReconnectCheck = new QCheckBox(tr("Auto-reconnect on disconnect"), page);
-    autoReconnectCheck->setChecked(m_main->m_autoReconnect);
+    autoReconnectCheck->setChecked(m_host->chatPreferences().autoReconnect);
     form->addRow(autoReconnectCheck);
 
-    reconnectDelaySpin = newSpinBox(1, 300, m_main->m_reconnectDelay, wideSpin, page);
+    reconnectDelaySpin = newSpinBox(1, 300, m_host->chatPreferences().reconnectDelay, wideSpin, page);
     reconnectDelaySpin->setSuffix(tr(" sec"));
     form->addRow(tr("Reconnect delay:"), reconnectDelaySpin);
 
-    reconnectAttemptsSpin = newSpinBox(0, 100, m_main->m_reconnectAttempts, wideSpin, page);
+    reconnectAttemptsSpin = newSpinBox(0, 100, m_host->chatPreferences().reconnectAttempts, wideSpin, page);
     reconnectAttemptsSpin->setSpecialValueText(tr("Unlimited"));
     form->addRow(tr("Max attempts:"), reconnectAttemptsSpin);
 
-    pingIntervalSpin = newSpinBox(10, 600, m_main->m_pingInterval, wideSpin, page);
+    pingIntervalSpin = newSpinBox(10, 600, m_host->chatPreferences().pingInterval, wideSpin, page);
     pingIntervalSpin->setSuffix(tr(" sec"));
     form->addRow(tr("PING interval:"), pingIntervalSpin);
 
-    pingTimeoutSpin = newSpinBox(5, 120, m_main->m_pingTimeout, wideSpin, page);
+    pingTimeoutSpin = newSpinBox(5, 120, m_host->chatPreferences().pingTimeout, wideSpin, page);
     pingTimeoutSpin->setSuffix(tr(" sec"));
     form->addRow(tr("PONG timeout:"), pingTimeoutSpin);
 
     sslCheck = new QCheckBox(tr("Accept invalid SSL certificates"), page);
-    sslCheck->setChecked(m_main->m_acceptInvalidSSl);
+    sslCheck->setChecked(m_host->chatPreferences().acceptInvalidSsl);
     form->addRow(sslCheck);
 
     // Shown for the future; the connection always registers without it.
@@ -242,11 +242,11 @@ QWidget* PreferencesDialog::buildNetworkPage()
 void PreferencesDialog::chooseFont()
 {
     bool ok = false;
-    const QFont font = QFontDialog::getFont(&ok, m_main->m_chatFont, this);
+    const QFont font = QFontDialog::getFont(&ok, m_host->chatPreferences().chatFont, this);
     if (!ok)
         return;
-    m_main->m_chatFont = font;
-    m_main->m_chatFontChosen = true;
+    m_host->chatPreferences().chatFont = font;
+    m_host->chatPreferences().chatFontChosen = true;
     fontBtn->setText(fontButtonText(font));
 }
 
@@ -306,40 +306,41 @@ void PreferencesDialog::updateBgPreview()
 void PreferencesDialog::saveAndApply()
 {
     const QString theme = themeCombo->currentData().toString();
-    m_main->applyTheme(theme);
-    m_main->applyChatFont();
+    ChatPreferences& prefs = m_host->chatPreferences();
+    m_host->applyTheme(theme);
+    m_host->applyChatFont();
 
-    m_main->m_timestampFormat = tsCombo->currentText();
-    m_main->m_emojiSize = emojiSpin->value();
-    m_main->m_logEnabled = logCheck->isChecked();
-    m_main->m_logPath = logPathEdit->text().trimmed();
-    m_main->m_chatBgImage = m_selectedBgImage;
-    m_main->m_chatBgColor = m_selectedBgColor;
-    m_main->applyChatBackground();
+    prefs.timestampFormat = tsCombo->currentText();
+    prefs.emojiSize = emojiSpin->value();
+    prefs.logEnabled = logCheck->isChecked();
+    prefs.logPath = logPathEdit->text().trimmed();
+    prefs.chatBgImage = m_selectedBgImage;
+    prefs.chatBgColor = m_selectedBgColor;
+    m_host->applyChatBackground();
 
-    m_main->m_autoReconnect = autoReconnectCheck->isChecked();
-    m_main->m_reconnectDelay = reconnectDelaySpin->value();
-    m_main->m_reconnectAttempts = reconnectAttemptsSpin->value();
-    m_main->m_pingInterval = pingIntervalSpin->value();
-    m_main->m_pingTimeout = pingTimeoutSpin->value();
-    m_main->m_acceptInvalidSSl = sslCheck->isChecked();
+    prefs.autoReconnect = autoReconnectCheck->isChecked();
+    prefs.reconnectDelay = reconnectDelaySpin->value();
+    prefs.reconnectAttempts = reconnectAttemptsSpin->value();
+    prefs.pingInterval = pingIntervalSpin->value();
+    prefs.pingTimeout = pingTimeoutSpin->value();
+    prefs.acceptInvalidSsl = sslCheck->isChecked();
 
     QSettings settings;
     settings.setValue(QStringLiteral("theme"), theme);
-    settings.setValue(QStringLiteral("chatFont"), m_main->m_chatFont.toString());
-    settings.setValue(QStringLiteral("timestampFormat"), m_main->m_timestampFormat);
-    settings.setValue(QStringLiteral("emojiSize"), m_main->m_emojiSize);
-    settings.setValue(QStringLiteral("logEnabled"), m_main->m_logEnabled);
-    settings.setValue(QStringLiteral("logPath"), m_main->m_logPath);
-    settings.setValue(QStringLiteral("chatBgImage"), m_main->m_chatBgImage);
+    settings.setValue(QStringLiteral("chatFont"), prefs.chatFont.toString());
+    settings.setValue(QStringLiteral("timestampFormat"), prefs.timestampFormat);
+    settings.setValue(QStringLiteral("emojiSize"), prefs.emojiSize);
+    settings.setValue(QStringLiteral("logEnabled"), prefs.logEnabled);
+    settings.setValue(QStringLiteral("logPath"), prefs.logPath);
+    settings.setValue(QStringLiteral("chatBgImage"), prefs.chatBgImage);
     settings.setValue(QStringLiteral("chatBgColor"),
-        m_main->m_chatBgColor.isValid() ? m_main->m_chatBgColor.name() : QString());
-    settings.setValue(QStringLiteral("autoReconnect"), m_main->m_autoReconnect);
-    settings.setValue(QStringLiteral("reconnectDelay"), m_main->m_reconnectDelay);
-    settings.setValue(QStringLiteral("reconnectAttempts"), m_main->m_reconnectAttempts);
-    settings.setValue(QStringLiteral("pingInterval"), m_main->m_pingInterval);
-    settings.setValue(QStringLiteral("pingTimeout"), m_main->m_pingTimeout);
-    settings.setValue(QStringLiteral("acceptInvalidSsl"), m_main->m_acceptInvalidSSl);
+        prefs.chatBgColor.isValid() ? prefs.chatBgColor.name() : QString());
+    settings.setValue(QStringLiteral("autoReconnect"), prefs.autoReconnect);
+    settings.setValue(QStringLiteral("reconnectDelay"), prefs.reconnectDelay);
+    settings.setValue(QStringLiteral("reconnectAttempts"), prefs.reconnectAttempts);
+    settings.setValue(QStringLiteral("pingInterval"), prefs.pingInterval);
+    settings.setValue(QStringLiteral("pingTimeout"), prefs.pingTimeout);
+    settings.setValue(QStringLiteral("acceptInvalidSsl"), prefs.acceptInvalidSsl);
     settings.sync();
 
     applyTheme();
@@ -359,7 +360,7 @@ void PreferencesDialog::applyTheme()
     m_buttonBox->button(QDialogButtonBox::Apply)->setObjectName(QStringLiteral("connectButton"));
     m_buttonBox->button(QDialogButtonBox::Ok)->setObjectName(QStringLiteral("connectButton"));
     m_buttonBox->button(QDialogButtonBox::Cancel)->setObjectName(QStringLiteral("cancelButton"));
-    const QString theme = m_main->currentTheme;
+    const QString theme = m_host->theme();
     setStyleSheet(ThemeManager::preferencesDialogStyleSheet(theme) + darkReadabilitySheet(theme));
     // Check-box texts follow the page too; through the palette's window text
     // only, so that the check mark inside the white box stays dark.

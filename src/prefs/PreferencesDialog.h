@@ -4,7 +4,7 @@
 #include <QDialog>
 #include <QString>
 
-class MainWindow;
+class PreferencesHost;
 class QCheckBox;
 class QComboBox;
 class QDialogButtonBox;
@@ -15,11 +15,11 @@ class QShowEvent;
 class QSpinBox;
 
 // The preferences window: three pages ("Interface", "Chat", "Network") that
-// edit the chat window's preference members directly, write them to the
+// edit the window's preferences through its PreferencesHost, write them to the
 // settings store and have the window re-apply theme, font and background.
 //
 // Non-modal; it deletes itself when closed, and several may be open at once.
-// Each opening starts from the window's current members. A font picked with
+// Each opening starts from the window's current preferences. A font picked with
 // the font chooser goes into the window's chat font at once, but is applied
 // and saved only by the next Apply or OK (from this or a later opening).
 class PreferencesDialog : public QDialog
@@ -27,7 +27,7 @@ class PreferencesDialog : public QDialog
     Q_OBJECT
 
 public:
-    explicit PreferencesDialog(MainWindow* main);
+    explicit PreferencesDialog(PreferencesHost* host, QWidget* parent = nullptr);
 
 public slots:
     // Copies the controls into the window's members, has the window apply
@@ -50,7 +50,7 @@ private:
     void resetBg();
     void chooseLogPath();
 
-    MainWindow* m_main = nullptr; // not owned
+    PreferencesHost* m_host = nullptr; // not owned
     QDialogButtonBox* m_buttonBox = nullptr;
 
     QComboBox* themeCombo = nullptr;

@@ -2,6 +2,7 @@
 #include "ChatView.h"
 #include "IRCConnection.h"
 #include "MainWindow.h"
+#include "Session.h"
 #include "MyTabWidget.h"
 #include "TestMain.h"
 #include "WindowHarness.h"
@@ -151,7 +152,7 @@ private slots:
         QCOMPARE(w->channelListWidget->header()->sortIndicatorSection(), 1);
         QCOMPARE(w->channelListWidget->header()->sortIndicatorOrder(), Qt::DescendingOrder);
         QCOMPARE(w->listInfoLabel->text(), QStringLiteral("irc.test: 3 channels, 34 users"));
-        QVERIFY(!w->inList);
+        QVERIFY(!w->session()->isReceivingList());
         const QStringList rows = serverRows(w);
         QVERIFY(rows.contains("*** Receiving channel list..."));
         QVERIFY(rows.contains("*** Channel list complete."));
@@ -171,7 +172,7 @@ private slots:
         QCOMPARE(w->listInfoLabel->text(), QStringLiteral("Server: loading..."));
         h->serverSays(":irc.test 321 mynick Channel :Users Name\n"
                       ":irc.test 322 mynick #new 3 :fresh");
-        QVERIFY(w->inList);
+        QVERIFY(w->session()->isReceivingList());
         QVERIFY(!w->channelListWidget->isSortingEnabled());
         QCOMPARE(names(*w->channelListModel), QStringList { "#new" });
 
@@ -183,7 +184,7 @@ private slots:
         QCOMPARE(w->listInfoLabel, nullptr);
         h->serverSays(":irc.test 322 mynick #late 1 :x\n"
                       ":irc.test 323 mynick :End of channel list.");
-        QVERIFY(!w->inList);
+        QVERIFY(!w->session()->isReceivingList());
     }
 
     void doubleClickJoins()
@@ -206,8 +207,8 @@ private slots:
         QVERIFY(h->peerGot("JOIN #Linux"));
 
         // Disconnected: nothing.
-        w->connection->disconnectFromServer();
-        QTRY_VERIFY(!w->connection->isConnected());
+        w->session()->connection()->disconnectFromServer();
+        QTRY_VERIFY(!w->session()->connection()->isConnected());
         w->onChannelListDoubleClicked(w->channelListModel->index(0, 0));
         QVERIFY(!w->tabs.contains("#apple"));
     }
@@ -232,11 +233,11 @@ private slots:
 
         onNextMenu("Autojoin on connect");
         w->showChannelListContextMenu(onFirstRow);
-        QCOMPARE(w->favoriteChannels, QStringList { "#apple" });
+        QCOMPARE(w->session()->autojoinChannels(), QStringList { "#apple" });
         QCOMPARE(serverRows(w).last(), QStringLiteral("*** Added #apple to autojoin list"));
         onNextMenu("Autojoin on connect");
         w->showChannelListContextMenu(onFirstRow);
-        QVERIFY(w->favoriteChannels.isEmpty());
+        QVERIFY(w->session()->autojoinChannels().isEmpty());
         QCOMPARE(serverRows(w).last(), QStringLiteral("*** Removed #apple from autojoin list"));
 
         // Empty space: no menu.

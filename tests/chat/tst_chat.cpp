@@ -3,7 +3,9 @@
 #include "IRCConnection.h"
 #include "IrcText.h"
 #include "MainWindow.h"
+#include "Session.h"
 #include "MemberList.h"
+#include "MemberListView.h"
 #include "MyTabWidget.h"
 #include "TestMain.h"
 #include "WindowHarness.h"
@@ -139,8 +141,8 @@ private:
     {
         say(channel, QStringLiteral("joined"), QStringLiteral("someone"), true);
         switchTo(channel);
-        w->onNames(channel, names);
-        w->onNamesFinished(channel);
+        emit w->session()->connection()->namesList(channel, names);
+        emit w->session()->connection()->namesListFinished(channel);
     }
 
     QListWidgetItem* memberItem(const QString& text) const
@@ -217,7 +219,7 @@ private slots:
     {
         say("#a", "x");
         const int serverRows = view("Server")->rowCount();
-        QSignalSpy errors(w->connection, &IRCConnection::errorOccurred);
+        QSignalSpy errors(w->session()->connection(), &IRCConnection::errorOccurred);
         w->closeTab(indexOf("#a"));
         QCOMPARE(indexOf("#a"), -1);
         QCOMPARE(errors.count(), 0); // no send was even tried
@@ -231,13 +233,13 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(h->peer->lines(), QStringList { "PART #a :Leaving" }, 5000);
         QCOMPARE(lastMessage("Server"), QStringLiteral("*** You left #a"));
         QVERIFY(!w->tabInputHistory.contains(QStringLiteral("#a")));
-        QVERIFY(w->channelUsers.contains(QStringLiteral("#a")));
+        QVERIFY(w->session()->hasMembers(QStringLiteral("#a")));
 
         // The server's echo of the part, then someone else's line, after the
         // tab is gone: the echo opens nothing and the channel is forgotten.
         h->serverSays(":mynick!u@h PART :#a\n:bob!u@h PRIVMSG mynick :hi");
         QCOMPARE(indexOf("#a"), -1);
-        QVERIFY(!w->channelUsers.contains(QStringLiteral("#a")));
+        QVERIFY(!w->session()->hasMembers(QStringLiteral("#a")));
         QVERIFY(indexOf("bob") >= 0);
     }
 
@@ -332,7 +334,7 @@ private slots:
         QVERIFY2(matches(lastRow("Server").text(), "^\\[\\d\\d:\\d\\d:\\d\\d\\]\\t\\*\\*\\* Connected$"),
             qPrintable(lastRow("Server").text()));
 
-        w->m_timestampFormat = QStringLiteral("'<'HH'>'");
+        w->prefs.timestampFormat = QStringLiteral("'<'HH'>'");
         say("#chan", "x");
         QVERIFY(matches(lastRow("#chan").text(), "^<\\d\\d>\\t"));
 
@@ -373,9 +375,10 @@ private slots:
         QFETCH(bool, awayLook);
         QFETCH(QString, message);
         QVERIFY(h->connect());
-        w->pendingNewNick = pendingNick;
-        w->awayActive = away;
-        w->awayMessage = QStringLiteral("at lunch");
+        if (!pendingNick.isEmpty())
+            w->session()->changeNick(pendingNick);
+        if (away)
+            w->session()->setAway(QStringLiteral("at lunch"));
 
         say("#chan", "text", sender, service);
         const QTextBlock row = lastRow("#chan");
@@ -418,7 +421,7 @@ private slots:
         QFETCH(bool, marked);
         QFETCH(QString, notice);
         QVERIFY(h->connect());
-        w->pendingNewNick = QStringLiteral("nextnick");
+        w->session()->changeNick(QStringLiteral("nextnick"));
         say("#side", "x"); // current: opened from the server tab
         say("#chan", "x");
 
@@ -442,7 +445,7 @@ private slots:
         switchTo("#chan");
 
         // The server confirms a new nick: the old one is no longer a mention.
-        emit w->connection->nickChanged(QStringLiteral("first"), QStringLiteral("second"));
+        emit w->session()->connection()->nickChanged(QStringLiteral("first"), QStringLiteral("second"));
         say("#chan", "first!");
         QVERIFY(!w->tabs.value(QStringLiteral("#chan")).highlighted);
         say("#chan", "hi second");
@@ -537,38 +540,34 @@ private slots:
     {
         say("#c", "x");
         say("#d", "x");
-        w->onNames(QStringLiteral("#c"), { "+bob", "@Alice" });
+        emit w->session()->connection()->namesList(QStringLiteral("#c"), { "+bob", "@Alice" });
         QCOMPARE(w->userList->count(), 0); // nothing shown before the end
-        w->onNames(QStringLiteral("#c"), { "~zed", "carl", "@al" });
-        w->onNamesFinished(QStringLiteral("#c"));
+        emit w->session()->connection()->namesList(QStringLiteral("#c"), { "~zed", "carl", "@al" });
+        emit w->session()->connection()->namesListFinished(QStringLiteral("#c"));
         const QStringList expected { "~zed", "@al", "@Alice", "+bob", "carl" };
-        QCOMPARE(w->channelUsers.value(QStringLiteral("#c")), expected);
+        QCOMPARE(w->session()->members(QStringLiteral("#c")), expected);
         QCOMPARE(shownMembers(), expected);
 
         // Names of another channel show once it is current.
-        w->onNames(QStringLiteral("#d"), { "dave" });
-        w->onNamesFinished(QStringLiteral("#d"));
+        emit w->session()->connection()->namesList(QStringLiteral("#d"), { "dave" });
+        emit w->session()->connection()->namesListFinished(QStringLiteral("#d"));
         QCOMPARE(shownMembers(), expected);
         switchTo("#d");
         QCOMPARE(shownMembers(), QStringList { "dave" });
 
         // Single members are added at the end and removed by their exact
         // text, on the current channel's list only.
-        w->addUserToList(QStringLiteral("#c"), QStringLiteral("zed"));
-        w->addUserToList(QStringLiteral("#d"), QStringLiteral("aaron"));
+        w->userList->addMember(QStringLiteral("aaron"));
         QCOMPARE(shownMembers(), (QStringList { "dave", "aaron" }));
-        w->removeUserFromList(QStringLiteral("#d"), QStringLiteral("+dave"));
-        w->removeUserFromList(QStringLiteral("#d"), QStringLiteral("DAVE"));
-        w->removeUserFromList(QStringLiteral("#c"), QStringLiteral("dave"));
+        w->userList->removeMember(QStringLiteral("+dave"));
+        w->userList->removeMember(QStringLiteral("DAVE"));
         QCOMPARE(w->userList->count(), 2);
-        w->removeUserFromList(QStringLiteral("#d"), QStringLiteral("dave"));
+        w->userList->removeMember(QStringLiteral("dave"));
         QCOMPARE(shownMembers(), QStringList { "aaron" });
-        w->clearUserList(QStringLiteral("#c"));
-        QCOMPARE(w->userList->count(), 1);
 
         // An empty reply empties the list.
-        w->onNamesFinished(QStringLiteral("#d"));
-        QCOMPARE(w->channelUsers.value(QStringLiteral("#d")), QStringList());
+        emit w->session()->connection()->namesListFinished(QStringLiteral("#d"));
+        QCOMPARE(w->session()->members(QStringLiteral("#d")), QStringList());
         QCOMPARE(w->userList->count(), 0);
     }
 
@@ -576,11 +575,11 @@ private slots:
     void operatorStatus()
     {
         QVERIFY(h->connect());
-        QVERIFY(!w->isUserOperator(QStringLiteral("#c")));
+        QVERIFY(!w->session()->isOperator(QStringLiteral("#c")));
         for (const auto& [entry, op] :
             { std::pair { "%mynick", true }, { "+mynick", false }, { "@MyNick", false } }) {
             showMembers("#c", { "@bob", entry });
-            QCOMPARE(w->isUserOperator(QStringLiteral("#c")), op);
+            QCOMPARE(w->session()->isOperator(QStringLiteral("#c")), op);
             // The topic button follows it.
             QCOMPARE(!w->tabs.value(QStringLiteral("#c")).editTopicBtn->isHidden(), op);
         }
@@ -595,10 +594,10 @@ private slots:
         QVERIFY(h->connect());
         // A double click on self (also as the pending nick) does nothing.
         w->onUserDoubleClicked(memberItem("@mynick"));
-        w->pendingNewNick = QStringLiteral("BOB");
+        w->session()->changeNick(QStringLiteral("BOB"));
         w->onUserDoubleClicked(memberItem("+bob"));
         QCOMPARE(w->tabWidget->count(), 2);
-        w->pendingNewNick.clear();
+        emit w->session()->connection()->ownNickChanged(QStringLiteral("mynick")); // the server refused it
         // On someone else it opens their tab, or switches to it.
         w->onUserDoubleClicked(memberItem("+bob"));
         QCOMPARE(w->currentTabName, QStringLiteral("bob"));
@@ -653,7 +652,7 @@ private slots:
         QCOMPARE(items, item.isEmpty() ? QStringList() : entries);
         QTRY_COMPARE_WITH_TIMEOUT(h->peer->lines(), sent, 5000);
         if (item == QLatin1String("Whois"))
-            QCOMPARE(w->whoisTargetTab, QStringLiteral("#c"));
+            QCOMPARE(w->session()->whoisReplyBuffer(), QStringLiteral("#c"));
         if (item == QLatin1String("Open Private Chat"))
             QCOMPARE(w->currentTabName, QStringLiteral("bob"));
     }
@@ -667,7 +666,7 @@ private slots:
         for (int i = 0; i < 60; ++i)
             names << QStringLiteral("~&@%+").mid(i % 6, 1) + QStringLiteral("N%1").arg(i * 37 % 101);
         showMembers("#j", names);
-        QStringList expected = w->channelUsers.value(QStringLiteral("#j"));
+        QStringList expected = w->session()->members(QStringLiteral("#j"));
         const auto sameNick = [](const QString& name, const QString& nick) {
             return MemberList::stripModePrefix(name).compare(nick, Qt::CaseInsensitive) == 0;
         };
@@ -676,23 +675,23 @@ private slots:
             const QString nick = QStringLiteral("n%1").arg(random.bounded(90));
             const int action = random.bounded(4);
             if (action < 2) {
-                w->onJoin(nick, QStringLiteral("#j"));
+                emit w->session()->connection()->joinReceived(nick, QStringLiteral("#j"));
                 if (!expected.contains(nick, Qt::CaseInsensitive))
                     expected.append(nick);
                 std::stable_sort(expected.begin(), expected.end(),
                     [](const QString& a, const QString& b) { return a.compare(b, Qt::CaseInsensitive) < 0; });
             } else if (action == 2) {
-                w->onPart(nick, QStringLiteral("#j"), QStringLiteral("r"));
+                emit w->session()->connection()->partReceived(nick, QStringLiteral("#j"), QStringLiteral("r"));
                 expected.removeIf([&](const QString& name) { return sameNick(name, nick); });
             } else {
                 const QString renamed = QStringLiteral("N%1").arg(random.bounded(200));
                 if (std::any_of(expected.cbegin(), expected.cend(),
                         [&](const QString& name) { return sameNick(name, renamed); }))
                     continue;
-                w->onNick(nick, renamed);
+                emit w->session()->connection()->nickChanged(nick, renamed);
                 MemberList::renameMember(expected, nick, renamed);
             }
-            QCOMPARE(w->channelUsers.value(QStringLiteral("#j")), expected);
+            QCOMPARE(w->session()->members(QStringLiteral("#j")), expected);
         }
         QStringList visible = shownMembers();
         visible.sort(Qt::CaseInsensitive);
@@ -755,7 +754,7 @@ private slots:
         type(typed);
         QTRY_COMPARE_WITH_TIMEOUT(h->peer->lines(), sent, 5000);
         // WHOIS replies go to the tab the request was typed in.
-        QCOMPARE(w->whoisTargetTab == QLatin1String("#cur"), typed.startsWith(QLatin1String("/wc")));
+        QCOMPARE(w->session()->whoisReplyBuffer() == QLatin1String("#cur"), typed.startsWith(QLatin1String("/wc")));
     }
 
     void awayAndBackAnnounceInEveryChatTab()
@@ -770,8 +769,8 @@ private slots:
         // The own entry in the member list looks away, also once the list is rebuilt.
         QVERIFY(memberItem("@me")->font().italic() && !memberItem("bob")->font().italic());
         QCOMPARE(memberItem("@me")->foreground().color(), AwayGrey);
-        w->onNames(QStringLiteral("#a"), { "@me", "bob" });
-        w->onNamesFinished(QStringLiteral("#a"));
+        emit w->session()->connection()->namesList(QStringLiteral("#a"), { "@me", "bob" });
+        emit w->session()->connection()->namesListFinished(QStringLiteral("#a"));
         QVERIFY(memberItem("@me")->font().italic());
         // The per-tab lines come after the current event.
         QVERIFY(!messages("#a").contains(away));
@@ -790,8 +789,8 @@ private slots:
 
         // Away and back within one event, and a tab closed before the lines
         // are written: each open tab gets the lines as they read when given.
-        w->markAway(QStringLiteral("brb"));
-        w->markBack(true);
+        w->session()->setAway(QStringLiteral("brb"));
+        w->session()->setBack(true);
         w->closeTab(indexOf("#b"));
         QTRY_COMPARE_WITH_TIMEOUT(messages("carl").count("is back"), 2, 5000);
         QCOMPARE(
@@ -802,8 +801,8 @@ private slots:
         type("/away");
         QTRY_COMPARE_WITH_TIMEOUT(messages("#a").count("is away (Away)"), 1, 5000);
         type("/n newme");
-        QVERIFY(!w->awayActive);
-        QCOMPARE(w->pendingNewNick, QStringLiteral("newme"));
+        QVERIFY(!w->session()->isAway());
+        QCOMPARE(w->session()->pendingNick(), QStringLiteral("newme"));
         QCOMPARE(lastMessage("Server"), QStringLiteral("*** You are back"));
         QTRY_COMPARE_WITH_TIMEOUT(
             h->peer->lines().mid(h->peer->lines().size() - 2), (QStringList { "AWAY", "NICK newme" }), 5000);
@@ -840,7 +839,7 @@ private slots:
         // Someone joins; then text is pasted without a key press. The popup
         // the paste opens already offers the newcomer.
         w->inputLine->clear();
-        w->onJoin(QStringLiteral("dana"), QStringLiteral("#c"));
+        emit w->session()->connection()->joinReceived(QStringLiteral("dana"), QStringLiteral("#c"));
         QGuiApplication::clipboard()->setText(QStringLiteral("da"));
         w->inputLine->paste();
         const auto* model = qobject_cast<QStringListModel*>(w->nickCompleter->model());
@@ -874,17 +873,17 @@ private slots:
     {
         QSettings().clear();
         // Before any connection nothing is stored.
-        w->setChannelAutojoin(QStringLiteral("linux"), true);
+        w->session()->setAutojoin(QStringLiteral("linux"), true);
         QCOMPARE(lastMessage("Server"), QStringLiteral("*** Added #linux to autojoin list"));
-        w->setChannelAutojoin(QStringLiteral("#other"), false);
+        w->session()->setAutojoin(QStringLiteral("#other"), false);
         QCOMPARE(lastMessage("Server"), QStringLiteral("*** Removed #other from autojoin list"));
         QVERIFY(QSettings().childGroups().isEmpty());
 
         // The address is stored only when the identifier splits into host and port.
-        w->currentServerId = QStringLiteral("my_host_6667");
-        w->setChannelAutojoin(QStringLiteral("#linux"), true);
-        w->currentServerId = QStringLiteral("irc.example.org_6697");
-        w->setChannelAutojoin(QStringLiteral("#a"), true);
+        w->session()->setServerId(QStringLiteral("my_host_6667"));
+        w->session()->setAutojoin(QStringLiteral("#linux"), true);
+        w->session()->setServerId(QStringLiteral("irc.example.org_6697"));
+        w->session()->setAutojoin(QStringLiteral("#a"), true);
         QSettings settings;
         QVERIFY(settings.contains("servers/my_host_6667/nickname"));
         QVERIFY(!settings.contains("servers/my_host_6667/address"));
@@ -904,25 +903,25 @@ private slots:
             { ":nick!u@h PRIVMSG #a :hi", false }, { ":srv 01x me", true }, { ": 001 me", true } };
         for (const auto& [line, echoed] : lines) {
             const int rows = view("Server")->rowCount();
-            w->onRawMessage(line);
+            emit w->session()->connection()->rawMessageReceived(line);
             QCOMPARE(view("Server")->rowCount(), rows + (echoed ? 1 : 0));
             QCOMPARE(lastMessage("Server") == "<< " + line, echoed);
         }
+        emit w->session()->connection()->listStartReceived();
         const int rows = view("Server")->rowCount();
-        w->inList = true;
-        w->onRawMessage(QStringLiteral(": 001 me"));
+        emit w->session()->connection()->rawMessageReceived(QStringLiteral(": 001 me"));
         QCOMPARE(view("Server")->rowCount(), rows);
     }
 
     void whoisWithoutUserReplyStillPrints()
     {
-        w->onWhoisServer("ghost", "irc.x", "Info");
-        w->onWhoisOperator("ghost");
-        w->onWhoisEnd("ignored", "ghost");
+        emit w->session()->connection()->whoisServerReceived("ghost", "irc.x", "Info");
+        emit w->session()->connection()->whoisOperatorReceived("ghost");
+        emit w->session()->connection()->whoisEndReceived("ignored", "ghost");
         QCOMPARE(messages("Server").mid(messages("Server").size() - 3),
             (QStringList { "*** WHOIS ghost: @ ()", "*** ghost is an IRC operator",
                 "*** ghost is using irc.x (Info)" }));
-        QVERIFY(w->whoisCache.isEmpty());
+        QVERIFY(!w->session()->isGatheringWhois());
         QVERIFY(!w->tabs.contains(QStringLiteral("ignored")));
     }
 };

@@ -7,6 +7,8 @@
 #include "IRCConnection.h"
 #include "IrcText.h"
 #include "MainWindow.h"
+#include "MemberListView.h"
+#include "Session.h"
 #include "ModalDriver.h"
 #include "MyTabWidget.h"
 #include "TestMain.h"
@@ -119,14 +121,14 @@ private slots:
         QVERIFY(h->connect("me"));
         answerTextDialog(typed, save);
         w->onSetAway();
-        QCOMPARE(w->awayActive, !reason.isEmpty());
+        QCOMPARE(w->session()->isAway(), !reason.isEmpty());
         if (reason.isEmpty()) {
             QCOMPARE(w->awayAction->text(), QStringLiteral("Marked Away..."));
             QTest::qWait(50);
             QVERIFY(h->peer->linesStartingWith("AWAY").isEmpty());
             return;
         }
-        QCOMPARE(w->awayMessage, reason);
+        QCOMPARE(w->session()->awayMessage(), reason);
         QCOMPARE(messages(w, "Server").last(), "*** You are marked as away (" + reason + ")");
         QVERIFY(h->peerGot("AWAY :" + reason));
     }
@@ -151,7 +153,7 @@ private slots:
 
         const auto noDialog = answerTextDialog("x", true);
         w->awayAction->trigger();
-        QVERIFY(!w->awayActive);
+        QVERIFY(!w->session()->isAway());
         QCOMPARE(w->awayAction->text(), QStringLiteral("Marked Away..."));
         QVERIFY(!w->userList->item(0)->font().italic());
         QCOMPARE(messages(w, "Server").last(), QStringLiteral("*** You are back"));
@@ -186,7 +188,7 @@ private slots:
         QCOMPARE(seen,
             (QStringList {
                 "Change Nickname", "New nickname:", "me", "Enter new nickname", "Change", "Cancel" }));
-        QCOMPARE(w->pendingNewNick, sent);
+        QCOMPARE(w->session()->pendingNick(), sent);
         if (sent.isEmpty()) {
             QTest::qWait(50);
             QVERIFY(h->peer->linesStartingWith("NICK").isEmpty());
@@ -194,10 +196,10 @@ private slots:
         }
         QVERIFY(h->peerGot("NICK " + sent));
         // The displayed nick waits for the server.
-        QCOMPARE(w->connection->currentNick(), QStringLiteral("me"));
+        QCOMPARE(w->session()->connection()->currentNick(), QStringLiteral("me"));
         h->serverSays(":me!u@h NICK :" + sent.toUtf8());
-        QCOMPARE(w->connection->currentNick(), sent);
-        QVERIFY(w->pendingNewNick.isEmpty());
+        QCOMPARE(w->session()->connection()->currentNick(), sent);
+        QVERIFY(w->session()->pendingNick().isEmpty());
     }
 
     // A new nick while away comes back first, quietly: no "is back" in the tabs.
@@ -212,7 +214,7 @@ private slots:
 
         answerTextDialog("other", true);
         w->onChangeNick();
-        QVERIFY(!w->awayActive);
+        QVERIFY(!w->session()->isAway());
         QCOMPARE(w->awayAction->text(), QStringLiteral("Marked Away..."));
         QTRY_COMPARE_WITH_TIMEOUT(h->peer->lines(), (QStringList { "AWAY", "NICK other" }), 5000);
         QCOMPARE(messages(w, "#a").count("is back"), 0);
@@ -281,7 +283,7 @@ private slots:
         QCOMPARE(opened, QStringLiteral("old \x1Dtopic")); // the raw codes, to edit
         QVERIFY(h->peerGot("TOPIC #chan :new topic"));
         // Shown at once, without waiting for the server.
-        QCOMPARE(w->channelTopics.value("#chan"), QStringLiteral("new topic"));
+        QCOMPARE(w->session()->topic("#chan"), QStringLiteral("new topic"));
         QCOMPARE(label->text(), QStringLiteral("new topic"));
     }
 };

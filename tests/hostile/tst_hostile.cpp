@@ -7,6 +7,8 @@
 #include "ChatView.h"
 #include "IRCConnection.h"
 #include "MainWindow.h"
+#include "MemberListView.h"
+#include "Session.h"
 #include "MyTabWidget.h"
 #include "TestMain.h"
 #include "WindowHarness.h"
@@ -72,7 +74,7 @@ private:
     // view holds a link but http, https and mailto.
     void stillWorks()
     {
-        QVERIFY(w->connection->isConnected());
+        QVERIFY(w->session()->connection()->isConnected());
         h->serverSays(":friend!f@h PRIVMSG #calm :an ordinary line");
         ChatView* view = w->tabs.value("#calm").chatView;
         QTRY_VERIFY_WITH_TIMEOUT(!view->inBatch(), 5000);
@@ -107,7 +109,7 @@ private slots:
     void megabyteLineWithoutAnEnd()
     {
         const long before = rssKb();
-        QSignalSpy errors(w->connection, &IRCConnection::errorOccurred);
+        QSignalSpy errors(w->session()->connection(), &IRCConnection::errorOccurred);
         h->peer->send(QByteArray(1024 * 1024, 'A'));
         QTRY_COMPARE_WITH_TIMEOUT(errors.size(), 1, 10000);
         // Ended at last: the rest of the monster goes, the next line counts.
@@ -153,7 +155,7 @@ private slots:
         for (int i = 0; i < 50000; ++i)
             joins += ":guest" + QByteArray::number(i) + "!g@h JOIN :#calm\n";
         h->serverSays(joins);
-        QCOMPARE(w->channelUsers.value("#calm").size(), 50001);
+        QCOMPARE(w->session()->members("#calm").size(), 50001);
         QCOMPARE(w->userList->count(), 50001);
         stillWorks();
         QVERIFY(grewLessThan(before, 400 * 1024));
@@ -188,7 +190,7 @@ private slots:
     void hundredThousandCharacterNick()
     {
         // Longer than any line may be: dropped whole, reported once.
-        QSignalSpy errors(w->connection, &IRCConnection::errorOccurred);
+        QSignalSpy errors(w->session()->connection(), &IRCConnection::errorOccurred);
         h->peer->send(":" + QByteArray(100000, 'n') + "!u@h PRIVMSG #calm :too long\r\n");
         QTRY_COMPARE_WITH_TIMEOUT(errors.size(), 1, 10000);
         stillWorks();
@@ -238,14 +240,14 @@ private slots:
         h->serverSays(":irc.test 323 me :End of channel list.\n"
                       ":irc.test 322 me #a 5 :before any start\n"
                       ":irc.test 366 me #calm :End\n:irc.test 353 me = #calm :@me late\n");
-        QVERIFY(!w->inList);
+        QVERIFY(!w->session()->isReceivingList());
         w->requestChannelList();
         h->serverSays(":irc.test 322 me #b 7 :no start\n:irc.test 321 me Channel :Users Name\n"
                       ":irc.test 322 me #c 9 :after start");
-        QVERIFY(w->inList);
+        QVERIFY(w->session()->isReceivingList());
         QCOMPARE(w->channelListModel->rowCount(), 2);
         h->serverSays(":irc.test 323 me :End of channel list.\n:irc.test 323 me :and again");
-        QVERIFY(!w->inList);
+        QVERIFY(!w->session()->isReceivingList());
         stillWorks();
     }
 
@@ -260,7 +262,7 @@ private slots:
         h->peer->send(":bob!b@h PRIVMSG #calm :half a li");
         QTest::qWait(50);
         h->peer->close();
-        QTRY_VERIFY_WITH_TIMEOUT(!w->connection->isConnected(), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(!w->session()->connection()->isConnected(), 5000);
         QVERIFY(!shown("#calm").contains("half a li"));
         // A new connection does not inherit the fragment.
         QVERIFY(h->connectAndRegister("me"));
@@ -279,12 +281,12 @@ private slots:
         w = h->window.get();
         QVERIFY(h->connect("me"));
         QTest::qWait(200);
-        QVERIFY(!w->connection->isRegistered());
+        QVERIFY(!w->session()->connection()->isRegistered());
         // Commands that need registration say so; the window stays usable.
         w->inputLine->setText("/list");
         w->onSendInput();
         QVERIFY(shown("Server").contains("*** Please wait for registration to complete before using /list."));
-        QVERIFY(w->connection->isConnected());
+        QVERIFY(w->session()->connection()->isConnected());
     }
 };
 

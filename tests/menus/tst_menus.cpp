@@ -7,6 +7,8 @@
 #include "HighlightTabBar.h"
 #include "IRCConnection.h"
 #include "MainWindow.h"
+#include "MemberListView.h"
+#include "Session.h"
 #include "ModalDriver.h"
 #include "MyTabWidget.h"
 #include "PreferencesDialog.h"
@@ -188,10 +190,10 @@ private slots:
         onNextMenu("Autojoin on connect", &items);
         w->onTabContextMenu(tabCentre(w, "#a"));
         QCOMPARE(items, (QStringList { "Close", "Autojoin on connect" }));
-        QCOMPARE(w->favoriteChannels, QStringList { "#a" });
+        QCOMPARE(w->session()->autojoinChannels(), QStringList { "#a" });
         onNextMenu("Autojoin on connect"); // now checked: unchecking removes it
         w->onTabContextMenu(tabCentre(w, "#a"));
-        QVERIFY(w->favoriteChannels.isEmpty());
+        QVERIFY(w->session()->autojoinChannels().isEmpty());
 
         onNextMenu("Close");
         w->onTabContextMenu(tabCentre(w, "#a"));
@@ -314,7 +316,7 @@ private slots:
     void storedPreferencesAreApplied()
     {
         // Without a stored font the views take the member list's.
-        QVERIFY(!w->m_chatFontChosen);
+        QVERIFY(!w->prefs.chatFontChosen);
         QCOMPARE(w->tabs.value("Server").chatView->font(), w->userList->font());
 
         QTemporaryDir dir;
@@ -331,7 +333,7 @@ private slots:
         newWindow();
         QCOMPARE(w->currentTheme, QStringLiteral("dark"));
         QCOMPARE(w->styleSheet(), ThemeManager::globalStyleSheet("dark"));
-        QVERIFY(w->m_chatFontChosen);
+        QVERIFY(w->prefs.chatFontChosen);
         QCOMPARE(w->tabs.value("Server").chatView->font().pointSize(), 17);
         QCOMPARE(w->inputLine->font().family(), font.family());
 
@@ -368,7 +370,7 @@ private slots:
         QSettings().setValue("chatBgColor", colour);
         newWindow();
         QCOMPARE(QSettings().value("chatBgColor").toString(), kept);
-        QCOMPARE(w->m_chatBgColor.isValid(), !kept.isEmpty());
+        QCOMPARE(w->prefs.chatBgColor.isValid(), !kept.isEmpty());
         QCOMPARE(viewBackground(w, "Server"), kept.isEmpty() ? QColor(Qt::white) : QColor(kept));
     }
 

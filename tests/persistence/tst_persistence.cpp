@@ -7,6 +7,7 @@
 #include "ConnectDialog.h"
 #include "IRCConnection.h"
 #include "MainWindow.h"
+#include "Session.h"
 #include "PreferencesDialog.h"
 #include "ServerStore.h"
 #include "TestMain.h"
@@ -111,11 +112,11 @@ private slots:
         if (!isChild("childAutojoin"))
             QSKIP("runs as the killed child only");
         MainWindow window(nullptr, MainWindow::Startup::Quiet);
-        window.currentServerId = QStringLiteral("irc.kept.example_6667");
+        window.session()->setServerId(QStringLiteral("irc.kept.example_6667"));
         ServerConfig config;
         config.nickname = QStringLiteral("keeper");
-        window.connection->setServerConfig(config);
-        window.setChannelAutojoin(QStringLiteral("kept"), true);
+        window.session()->connection()->setServerConfig(config);
+        window.session()->setAutojoin(QStringLiteral("kept"), true);
         savedAndWait();
     }
 

@@ -219,8 +219,8 @@ private slots:
     {
         Window window;
         window.main->currentTheme = QStringLiteral("neon");
-        window.main->m_timestampFormat = QStringLiteral("yyyy %1 <b>");
-        window.main->m_emojiSize = 99;
+        window.main->prefs.timestampFormat = QStringLiteral("yyyy %1 <b>");
+        window.main->prefs.emojiSize = 99;
         PreferencesDialog* dialog = window.open();
         QCOMPARE(control<QComboBox>(dialog, "Theme:")->currentText(), QStringLiteral("Light"));
         QCOMPARE(control<QComboBox>(dialog, "Timestamp:")->currentText(), QStringLiteral("[HH:mm:ss]"));
@@ -269,8 +269,8 @@ private slots:
     void resetShowsNoneAndSavesEmpty()
     {
         Window window;
-        window.main->m_chatBgImage = QStringLiteral("/pics/old.png");
-        window.main->m_chatBgColor = QColor("#224466");
+        window.main->prefs.chatBgImage = QStringLiteral("/pics/old.png");
+        window.main->prefs.chatBgColor = QColor("#224466");
         PreferencesDialog* dialog = window.open();
         // The image wins over the colour; no "none" text over a background.
         QCOMPARE(preview(dialog)->styleSheet(),
@@ -294,7 +294,7 @@ private slots:
         picture.fill(Qt::darkCyan);
         QVERIFY(picture.save(image));
         Window window;
-        window.main->m_chatBgColor = QColor("#102030");
+        window.main->prefs.chatBgColor = QColor("#102030");
         PreferencesDialog* dialog = window.open();
         QColor offered;
         QString colorTitle;
@@ -335,8 +335,8 @@ private slots:
         QVERIFY(closeWith(dialog, QDialogButtonBox::Ok));
         QCOMPARE(stored("chatBgImage"), QString());
         QCOMPARE(stored("chatBgColor"), QStringLiteral("#336699"));
-        QVERIFY(window.main->m_chatBgImage.isEmpty());
-        QCOMPARE(window.main->m_chatBgColor, QColor("#336699"));
+        QVERIFY(window.main->prefs.chatBgImage.isEmpty());
+        QCOMPARE(window.main->prefs.chatBgColor, QColor("#336699"));
     }
 
     void logDirectoryChooserFillsPath()
@@ -368,18 +368,18 @@ private slots:
     void fontPickedThenCancelIsSavedByNextApply()
     {
         Window window;
-        window.main->m_chatFont = QFont(QFontDatabase::families().value(0), 11);
+        window.main->prefs.chatFont = QFont(QFontDatabase::families().value(0), 11);
         PreferencesDialog* first = window.open();
         QPushButton* fontButton = control<QPushButton>(first, "Chat font:");
-        QCOMPARE(fontButton->text(), window.main->m_chatFont.family() + " 11");
+        QCOMPARE(fontButton->text(), window.main->prefs.chatFont.family() + " 11");
 
         ModalDriver::onModal<QFontDialog>([](QFontDialog* chooser) {
             chooser->setCurrentFont(QFont(QFontDatabase::families().value(0), 30));
             chooser->reject();
         });
         fontButton->click();
-        QCOMPARE(fontButton->text(), window.main->m_chatFont.family() + " 11");
-        QVERIFY(!window.main->m_chatFontChosen);
+        QCOMPARE(fontButton->text(), window.main->prefs.chatFont.family() + " 11");
+        QVERIFY(!window.main->prefs.chatFontChosen);
 
         QFont offered;
         ModalDriver::onModal<QFontDialog>([&offered](QFontDialog* chooser) {
@@ -390,7 +390,7 @@ private slots:
         fontButton->click();
         QCOMPARE(offered.pointSize(), 17);
         QCOMPARE(fontButton->text(), offered.family() + " 17");
-        QCOMPARE(window.main->m_chatFont.toString(), offered.toString());
+        QCOMPARE(window.main->prefs.chatFont.toString(), offered.toString());
         QVERIFY(window.main->inputLine->font().toString() != offered.toString());
         QVERIFY(closeWith(first, QDialogButtonBox::Cancel));
         QVERIFY(QSettings().allKeys().isEmpty());

@@ -3,6 +3,7 @@
 #include "IRCConnection.h"
 #include "LinePeer.h"
 #include "MainWindow.h"
+#include "Session.h"
 #include "ModalDriver.h"
 
 #include <QApplication>
@@ -26,17 +27,17 @@ struct WindowHarness
     bool connect(const QString& nick = QStringLiteral("mynick"))
     {
         peer = std::make_unique<LinePeer>();
-        window->connection->connectToServer(
+        window->session()->connection()->connectToServer(
             QStringLiteral("127.0.0.1"), peer->port(), nick, QStringLiteral("Real Name"), false);
         if (!peer->accept())
             return false;
         QElapsedTimer clock;
         clock.start();
-        while (!window->connection->isConnected() && clock.elapsed() < 10000)
+        while (!window->session()->connection()->isConnected() && clock.elapsed() < 10000)
             QTest::qWait(10);
         QTest::qWait(20);
         peer->clear();
-        return window->connection->isConnected();
+        return window->session()->connection()->isConnected();
     }
 
     // Connects and completes registration (the welcome numeric).
@@ -45,7 +46,7 @@ struct WindowHarness
         if (!connect(nick))
             return false;
         serverSays(":irc.test 001 " + nick.toUtf8() + " :Welcome");
-        return QTest::qWaitFor([this] { return window->connection->isRegistered(); }, 10000);
+        return QTest::qWaitFor([this] { return window->session()->connection()->isRegistered(); }, 10000);
     }
 
     // The peer sends the lines of `text` (separated by "\n", without CR LF);
@@ -61,7 +62,7 @@ struct WindowHarness
             ++expected;
         }
         int seen = 0;
-        const auto counter = QObject::connect(window->connection, &IRCConnection::rawMessageReceived,
+        const auto counter = QObject::connect(window->session()->connection(), &IRCConnection::rawMessageReceived,
             window.get(), [&seen](const QString&) { ++seen; });
         peer->send(wire);
         const bool all = QTest::qWaitFor([&] { return seen >= expected; }, 10000);

@@ -10,6 +10,8 @@
 #include "IRCConnection.h"
 #include "InspircdServer.h"
 #include "MainWindow.h"
+#include "MemberListView.h"
+#include "Session.h"
 #include "ModalDriver.h"
 #include "MyTabWidget.h"
 #include "RawIrcClient.h"
@@ -58,7 +60,7 @@ private:
     // Connect; the other users register meanwhile. True once all have.
     bool connectAs(const QString& nick, const QList<RawIrcClient*>& others = {})
     {
-        w->onConnectTriggered();
+        w->showConnectDialog();
         auto* dialog = w->findChild<ConnectDialog*>();
         if (!dialog || !dialog->isVisible())
             return false;
@@ -74,7 +76,7 @@ private:
         dialog->onConnectClicked();
         return RawIrcClient::registerAll(others, m_server->host(), m_server->port())
             && QTest::qWaitFor(
-                [this] { return w->connection->isConnected() && w->connection->isRegistered(); }, kTimeout);
+                [this] { return w->session()->connection()->isConnected() && w->session()->connection()->isRegistered(); }, kTimeout);
     }
 
     // A tab's rows as "<sender> message", or only the message where the row
@@ -125,7 +127,7 @@ private:
     bool joinFromWindow(const QString& channel)
     {
         type(QStringLiteral("/join ") + channel);
-        return QTest::qWaitFor([&] { return w->channelUsers.contains(channel); }, kTimeout)
+        return QTest::qWaitFor([&] { return w->session()->hasMembers(channel); }, kTimeout)
             && w->tabs.contains(channel);
     }
 
@@ -179,8 +181,8 @@ private slots:
         QCOMPARE(status()->text(), "Disconnected");
 
         QVERIFY(connectAs("dlgnick"));
-        QCOMPARE(w->currentServerId, serverId());
-        QCOMPARE(w->currentPort(), m_server->port());
+        QCOMPARE(w->session()->serverId(), serverId());
+        QCOMPARE(w->session()->port(), m_server->port());
         QVERIFY(shows("Server", "*** Connected to server."));
         QCOMPARE(status()->text(), QStringLiteral("Connected to %1 as dlgnick").arg(m_server->host()));
         // The record was written back under the server's group.
@@ -191,7 +193,7 @@ private slots:
         QVERIFY(rows("Server").contains("*** Autojoining #auto1"));
         QCOMPARE(rows("Server").filter("linux"), QStringList());
         QVERIFY(!w->tabs.contains("linux") && !w->tabs.contains("#linux"));
-        QCOMPARE(w->favoriteChannels, stored.autojoinChannels);
+        QCOMPARE(w->session()->autojoinChannels(), stored.autojoinChannels);
 
         // /autojoin toggles a channel in the stored record.
         const QString storedList = QStringLiteral("servers/%1/autojoin").arg(serverId());
@@ -209,33 +211,33 @@ private slots:
         QVERIFY(shows("Server", "*** Disconnected."));
         QTRY_COMPARE_WITH_TIMEOUT(rows("Server").count("*** Autojoining #auto1"), 2, kTimeout);
         QCOMPARE(rows("Server").count("*** Connected to server."), 2);
-        QVERIFY(w->connection->isConnected() && w->connection->isRegistered());
-        QCOMPARE(w->connection->getHost(), m_server->host());
-        QCOMPARE(w->currentPort(), m_server->port());
-        QCOMPARE(w->connection->currentNick(), "dlgnick");
+        QVERIFY(w->session()->connection()->isConnected() && w->session()->connection()->isRegistered());
+        QCOMPARE(w->session()->connection()->getHost(), m_server->host());
+        QCOMPARE(w->session()->port(), m_server->port());
+        QCOMPARE(w->session()->connection()->currentNick(), "dlgnick");
 
         // Disconnecting keeps the tabs and ends the session's state.
         type("/msg nobodyhere hello");
-        QVERIFY(w->watchedNicks.contains("nobodyhere"));
+        QVERIFY(w->session()->watchedNicks().contains("nobodyhere"));
         switchTo("#auto1");
         QTRY_VERIFY_WITH_TIMEOUT(w->userList->count() > 0, kTimeout);
         type("/away brb");
-        QVERIFY(w->awayActive);
+        QVERIFY(w->session()->isAway());
         w->onDisconnectTriggered();
         QTRY_COMPARE_WITH_TIMEOUT(rows("Server").count("*** Disconnected."), 2, kTimeout);
-        QVERIFY(!w->connection->isConnected());
+        QVERIFY(!w->session()->connection()->isConnected());
         QVERIFY(w->tabs.contains("#auto1"));
-        QVERIFY(w->channelUsers.contains("#auto1"));
+        QVERIFY(w->session()->hasMembers("#auto1"));
         QCOMPARE(w->userList->count(), 0);
-        QVERIFY(!w->awayActive);
-        QVERIFY(w->awayMessage.isEmpty());
-        QVERIFY(w->watchedNicks.isEmpty());
+        QVERIFY(!w->session()->isAway());
+        QVERIFY(w->session()->awayMessage().isEmpty());
+        QVERIFY(w->session()->watchedNicks().isEmpty());
         QCOMPARE(status()->text(), "Disconnected");
 
         // Reconnect needs a connection to return to.
         w->onReconnectTriggered();
         QTest::qWait(1200);
-        QVERIFY(!w->connection->isConnected());
+        QVERIFY(!w->session()->connection()->isConnected());
     }
 
     void channelEventsAndRawEcho()
@@ -247,7 +249,7 @@ private slots:
         QCOMPARE(w->currentTabName, "#ev");
         QVERIFY(shows("#ev", "<winuser> joined winuser"));
         // The channel's creator is its operator.
-        QVERIFY(w->channelUsers.value("#ev").contains("@winuser"));
+        QVERIFY(w->session()->members("#ev").contains("@winuser"));
 
         QVERIFY(bob->join("#ev"));
         QVERIFY(shows("#ev", "<bob> joined bob"));
@@ -257,7 +259,7 @@ private slots:
         bob->sendLine("PART #ev :see you");
         QVERIFY(shows("#ev", "<bob> left #ev (see you)"));
         QVERIFY(!listed("bob"));
-        QVERIFY(!w->channelUsers.value("#ev").contains("bob"));
+        QVERIFY(!w->session()->members("#ev").contains("bob"));
         QVERIFY(!w->nickCompletionWords().contains("bob"));
 
         QVERIFY(bob->join("#ev"));
@@ -266,13 +268,13 @@ private slots:
         QVERIFY(shows("#ev", "<bob> is now known as bobby"));
         QVERIFY(listed("bobby"));
         QVERIFY(!listed("bob"));
-        QVERIFY(w->channelUsers.value("#ev").contains("bobby"));
+        QVERIFY(w->session()->members("#ev").contains("bobby"));
 
         QVERIFY(bob->quit("gone home"));
         // The server puts "Quit: " in front of the reason.
         QVERIFY(shows("#ev", "<bobby> quit (Quit: gone home)"));
         QVERIFY(!listed("bobby"));
-        QVERIFY(!w->channelUsers.value("#ev").contains("bobby"));
+        QVERIFY(!w->session()->members("#ev").contains("bobby"));
 
         // The window's operator kicks carl.
         QVERIFY(carl->join("#ev"));
@@ -283,10 +285,10 @@ private slots:
 
         // The user's own nick changes once the server confirms it.
         type("/nick newme");
-        QCOMPARE(w->pendingNewNick, "newme");
+        QCOMPARE(w->session()->pendingNick(), "newme");
         QVERIFY(shows("#ev", "<winuser> is now known as newme"));
-        QCOMPARE(w->connection->currentNick(), "newme");
-        QVERIFY(w->pendingNewNick.isEmpty());
+        QCOMPARE(w->session()->connection()->currentNick(), "newme");
+        QVERIFY(w->session()->pendingNick().isEmpty());
         QVERIFY(listed("@newme"));
         QCOMPARE(status()->text(), QStringLiteral("Connected to %1 as newme").arg(m_server->host()));
 
@@ -342,14 +344,14 @@ private slots:
             (QStringList { "*** WHOIS erin: erin@127.0.0.1 (erin)",
                 "*** erin is using irc.test (Quenvar test server)", "*** erin on channels: @#who",
                 "*** erin is away: at lunch" }));
-        QVERIFY(w->whoisCache.isEmpty());
+        QVERIFY(!w->session()->isGatheringWhois());
         QCOMPARE(rows("Server").filter("*** WHOIS"), QStringList());
 
         // A private message opens a tab named after the sender; answers from
         // that tab and /msg reach her.
         erin->sendLine("PRIVMSG privme :psst, hello");
         QVERIFY(shows("erin", "<erin> psst, hello"));
-        QVERIFY(w->watchedNicks.contains("erin"));
+        QVERIFY(w->session()->watchedNicks().contains("erin"));
         switchTo("erin");
         type("hi erin");
         QVERIFY(!erin->waitForLine("^:privme!\\S+ PRIVMSG erin :hi erin$").isEmpty());
@@ -397,7 +399,7 @@ private slots:
         QVERIFY(connectAs("topper", { jack }));
         // The channel's creator is its operator.
         QVERIFY(joinFromWindow("#topic"));
-        QTRY_VERIFY_WITH_TIMEOUT(w->isUserOperator("#topic"), kTimeout);
+        QTRY_VERIFY_WITH_TIMEOUT(w->session()->isOperator("#topic"), kTimeout);
         QVERIFY(!w->tabs.value("#topic").editTopicBtn->isHidden());
         QVERIFY(jack->join("#topic"));
         jack->skipReceived();
@@ -416,7 +418,7 @@ private slots:
         jack->sendLine("MODE #topic -o topper");
         QVERIFY(jack->sync());
         type("/raw NAMES #topic");
-        QTRY_VERIFY_WITH_TIMEOUT(!w->isUserOperator("#topic"), kTimeout);
+        QTRY_VERIFY_WITH_TIMEOUT(!w->session()->isOperator("#topic"), kTimeout);
         QVERIFY(w->tabs.value("#topic").editTopicBtn->isHidden());
     }
 };

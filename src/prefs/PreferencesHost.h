@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QColor>
+#include <QFont>
+#include <QString>
+
+// The chat window's preferences as they are in use.
+struct ChatPreferences
+{
+    // Appearance.
+    QString chatBgImage;
+    QColor chatBgColor;
+    QString timestampFormat = QStringLiteral("[HH:mm:ss]");
+    QFont chatFont;
+    // Whether chatFont was chosen (stored, or picked in the preferences);
+    // until then the views keep the member list's font.
+    bool chatFontChosen = false;
+    int emojiSize = 20;
+    // Connection.
+    bool autoReconnect = true;
+    int reconnectDelay = 10;
+    int reconnectAttempts = 0;
+    int pingInterval = 60;
+    int pingTimeout = 45;
+    bool acceptInvalidSsl = false;
+    // Logging.
+    QString logPath;
+    bool logEnabled = false;
+};
+
+// What the preferences window needs of the window it edits.
+class PreferencesHost
+{
+public:
+    virtual ~PreferencesHost() = default;
+
+    virtual ChatPreferences& chatPreferences() = 0;
+    virtual QString theme() const = 0;
+    // Styles the window for theme and stores it as the chosen one.
+    virtual void applyTheme(const QString& theme) = 0;
+    virtual void applyChatFont() = 0;
+    virtual void applyChatBackground() = 0;
+};

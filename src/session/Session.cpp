@@ -1,0 +1,682 @@
+#include "Session.h"
+
+#include "IRCConnection.h"
+#include "MemberList.h"
+#include "ServerStore.h"
+
+#include <QDateTime>
+#include <QDebug>
+#include <QSettings>
+#include <QTimer>
+
+const QString Session::ServerBuffer = QStringLiteral("Server");
+const QString Session::ListPage = QStringLiteral("List");
+
+namespace {
+
+// The port a reconnect uses when no connection was made through connectTo.
+constexpr quint16 FallbackPort = 6667;
+
+// A numeric reply: ":" and a non-space, and three digits right after the
+// first space (":irc.test 001 nick :Welcome").
+bool isNumericLine(const QString& line)
+{
+    if (line.size() <= 4 || !line.startsWith(QLatin1Char(':')) || line.at(1) == QLatin1Char(' '))
+        return false;
+    const qsizetype space = line.indexOf(QLatin1Char(' '));
+    if (space < 0)
+        return false;
+    const QStringView code = QStringView(line).mid(space + 1, 3);
+    if (code.size() != 3)
+        return false;
+    for (const QChar c : code) {
+        if (c < QLatin1Char('0') || c > QLatin1Char('9'))
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+Session::BufferType Session::typeOf(const QString& name)
+{
+    if (name.startsWith(QLatin1Char('#')))
+        return BufferType::Channel;
+    if (name == ServerBuffer)
+        return BufferType::Server;
+    if (name == ListPage)
+        return BufferType::Other;
+    return BufferType::Query;
+}
+
+Session::Session(QObject* parent)
+    : QObject(parent)
+    , m_connection(new IRCConnection(this))
+{
+    m_buffers.insert(ServerBuffer, Buffer());
+
+    IRCConnection* c = m_connection;
+    connect(c, &IRCConnection::connected, this, &Session::onConnected);
+    connect(c, &IRCConnection::registered, this, &Session::onRegistered);
+    connect(c, &IRCConnection::disconnected, this, &Session::onDisconnected);
+    connect(c, &IRCConnection::errorOccurred, this,
+        [this](const QString& error) { addLine(ServerBuffer, QStringLiteral("*** Error: ") + error); });
+    connect(c, &IRCConnection::rawMessageReceived, this, &Session::onRawMessage);
+    connect(c, &IRCConnection::serverMessage, this, [this](const QString& message) {
+        if (!m_inList)
+            addLine(ServerBuffer, message);
+    });
+    connect(c, &IRCConnection::privmsgReceived, this, &Session::onPrivmsg);
+    connect(c, &IRCConnection::joinReceived, this, &Session::onJoin);
+    connect(c, &IRCConnection::partReceived, this, &Session::onPart);
+    connect(c, &IRCConnection::nickChanged, this, &Session::onNick);
+    connect(c, &IRCConnection::namesList, this, &Session::onNames);
+    connect(c, &IRCConnection::namesListFinished, this, &Session::onNamesFinished);
+    connect(c, &IRCConnection::topicReceived, this, [this](const QString& channel, const QString& topic) {
+        m_topics.insert(channel, topic);
+        emit topicChanged(channel);
+    });
+    connect(c, &IRCConnection::quitReceived, this, &Session::onQuit);
+    connect(c, &IRCConnection::kickReceived, this, &Session::onKick);
+    connect(c, &IRCConnection::listStartReceived, this, &Session::onListStart);
+    connect(c, &IRCConnection::listChannelReceived, this, &Session::channelListEntry);
+    connect(c, &IRCConnection::listEndReceived, this, &Session::onListEnd);
+    connect(c, &IRCConnection::listInfoReceived, this,
+        [this](const QString& server, int channels, int users) { emit channelListInfo(server, channels, users); });
+    connect(c, &IRCConnection::whoisUserReceived, this,
+        [this](const QString& nick, const QString& user, const QString& host, const QString& real) {
+            WhoisReply reply;
+            reply.user = user;
+            reply.host = host;
+            reply.realname = real;
+            m_whois.insert(nick, reply);
+        });
+    connect(c, &IRCConnection::whoisServerReceived, this,
+        [this](const QString& nick, const QString& server, const QString& info) {
+            WhoisReply& reply = whoisOf(nick);
+            reply.server = server;
+            reply.serverInfo = info;
+        });
+    connect(c, &IRCConnection::whoisOperatorReceived, this,
+        [this](const QString& nick) { whoisOf(nick).isOperator = true; });
+    connect(c, &IRCConnection::whoisIdleReceived, this, [this](const QString& nick, int idle, const QString& signon) {
+        WhoisReply& reply = whoisOf(nick);
+        reply.idle = idle;
+        reply.signon = signon;
+    });
+    connect(c, &IRCConnection::whoisChannelsReceived, this,
+        [this](const QString& nick, const QString& channels) { whoisOf(nick).channels = channels; });
+    connect(c, &IRCConnection::whoisAwayReceived, this,
+        [this](const QString& nick, const QString& message) { whoisOf(nick).awayMsg = message; });
+    connect(c, &IRCConnection::whoisEndReceived, this,
+        [this](const QString&, const QString& nick) { onWhoisEnd(nick); });
+    connect(c, &IRCConnection::watchStatus, this, &Session::onWatchStatus);
+    connect(c, &IRCConnection::ownNickChanged, this, [this](const QString& nick) {
+        m_pendingNick.clear();
+        emit ownNickChanged(nick);
+        emit stateChanged();
+    });
+}
+
+Session::~Session() = default;
+
+// --- State ------------------------------------------------------------------------
+
+bool Session::isConnected() const
+{
+    return m_connection->isConnected();
+}
+
+bool Session::isRegistered() const
+{
+    return m_connection->isRegistered();
+}
+
+QString Session::host() const
+{
+    return m_connection->getHost();
+}
+
+QString Session::nick() const
+{
+    return m_connection->currentNick();
+}
+
+bool Session::isOwnNick(const QString& nick) const
+{
+    // An empty sender marks a line of the buffer itself, never the user.
+    if (nick.isEmpty())
+        return false;
+    if (nick.compare(m_connection->currentNick(), Qt::CaseInsensitive) == 0)
+        return true;
+    return !m_pendingNick.isEmpty() && nick.compare(m_pendingNick, Qt::CaseInsensitive) == 0;
+}
+
+// --- Buffers ----------------------------------------------------------------------
+
+QList<BufferLine> Session::lines(const QString& name) const
+{
+    const auto it = m_buffers.constFind(name);
+    return it == m_buffers.cend() ? QList<BufferLine>() : it->lines;
+}
+
+int Session::unreadCount(const QString& name) const
+{
+    return m_buffers.value(name).unread;
+}
+
+bool Session::hasUnreadMention(const QString& name) const
+{
+    return m_buffers.value(name).mentioned;
+}
+
+void Session::markRead(const QString& name)
+{
+    const auto it = m_buffers.find(name);
+    if (it == m_buffers.end())
+        return;
+    it->unread = 0;
+    it->mentioned = false;
+}
+
+QString Session::findQuery(const QString& nick) const
+{
+    for (auto it = m_buffers.cbegin(); it != m_buffers.cend(); ++it) {
+        if (typeOf(it.key()) == BufferType::Query && it.key().compare(nick, Qt::CaseInsensitive) == 0)
+            return it.key();
+    }
+    return QString();
+}
+
+bool Session::openBuffer(const QString& name)
+{
+    if (m_buffers.contains(name))
+        return false;
+    m_buffers.insert(name, Buffer());
+    if (typeOf(name) == BufferType::Query) {
+        // Watch the peer to tell when they come and go.
+        const QString lower = name.toLower();
+        if (!m_watched.contains(lower)) {
+            m_connection->sendWatch(name, true);
+            m_watched.insert(lower);
+        }
+    }
+    emit bufferOpened(name);
+    return true;
+}
+
+void Session::closeBuffer(const QString& name)
+{
+    if (name == ServerBuffer)
+        return;
+    const BufferType type = typeOf(name);
+    if (type == BufferType::Query && m_watched.contains(name.toLower())) {
+        m_connection->sendWatch(name, false);
+        m_watched.remove(name.toLower());
+    }
+    if (type == BufferType::Channel && isConnected()) {
+        m_connection->partChannel(name);
+        addLine(ServerBuffer, QStringLiteral("*** You left %1").arg(name));
+    }
+    m_buffers.remove(name);
+    m_topics.remove(name);
+    emit bufferClosed(name);
+}
+
+bool Session::mentions(const QString& text)
+{
+    const QString own = nick();
+    if (own.isEmpty())
+        return false;
+    if (own != m_mentionNick || !m_mentionPattern.isValid()) {
+        m_mentionNick = own;
+        m_mentionPattern = QRegularExpression(QStringLiteral("\\b") + QRegularExpression::escape(own)
+                + QStringLiteral("\\b"),
+            QRegularExpression::CaseInsensitiveOption);
+        m_mentionPattern.optimize();
+    }
+    return m_mentionPattern.match(text).hasMatch();
+}
+
+void Session::addLine(const QString& buffer, const QString& text, const QString& sender, bool status)
+{
+    BufferLine line;
+    line.time = QDateTime::currentMSecsSinceEpoch();
+    line.sender = sender;
+    const bool own = isOwnNick(sender);
+    const bool ownAway = own && m_away;
+    if (status)
+        line.flags |= BufferLine::Status;
+    if (own)
+        line.flags |= BufferLine::Own;
+    if (ownAway)
+        line.flags |= BufferLine::OwnAway;
+    line.text = ownAway && !status ? QStringLiteral("[Away: %1] %2").arg(m_awayMessage, text) : text;
+    if (!own) {
+        const BufferType type = typeOf(buffer);
+        if ((type == BufferType::Channel && mentions(text)) || type == BufferType::Query)
+            line.flags |= BufferLine::Mention;
+    }
+
+    openBuffer(buffer);
+    // A receiver of bufferOpened may have closed it again.
+    const auto it = m_buffers.find(buffer);
+    if (it != m_buffers.end()) {
+        it->lines.append(line);
+        ++it->unread;
+        if (line.is(BufferLine::Mention))
+            it->mentioned = true;
+    }
+    emit lineAdded(buffer, line);
+}
+
+// --- Channels ---------------------------------------------------------------------
+
+QStringList Session::members(const QString& channel) const
+{
+    const auto it = m_members.constFind(channel);
+    return it == m_members.cend() ? QStringList() : it->names();
+}
+
+bool Session::isOperator(const QString& channel) const
+{
+    if (!isConnected())
+        return false;
+    const auto it = m_members.constFind(channel);
+    return it != m_members.cend() && it->isOperator(nick());
+}
+
+void Session::removeMember(const QString& channel, const QString& nick)
+{
+    const auto it = m_members.find(channel);
+    if (it == m_members.end())
+        return;
+    const QStringList removed = it->remove(nick);
+    for (const QString& name : removed)
+        emit memberRemoved(channel, name);
+}
+
+// --- Connection events ------------------------------------------------------------
+
+void Session::onConnected()
+{
+    addLine(ServerBuffer, QStringLiteral("*** Connected to server."));
+    emit stateChanged();
+}
+
+void Session::onRegistered()
+{
+    if (!m_serverId.isEmpty()) {
+        QSettings settings;
+        const QStringList stored
+            = settings.value(QStringLiteral("servers/") + m_serverId + QStringLiteral("/autojoin")).toStringList();
+        if (!stored.isEmpty()) {
+            m_autojoin = stored;
+            ServerConfig config = m_connection->serverConfig();
+            config.autojoinChannels = stored;
+            m_connection->setServerConfig(config);
+        }
+    }
+    const QStringList channels = m_autojoin;
+    for (const QString& channel : channels) {
+        if (typeOf(channel) != BufferType::Channel)
+            continue;
+        m_connection->joinChannel(channel);
+        addLine(ServerBuffer, QStringLiteral("*** Autojoining %1").arg(channel));
+    }
+    emit stateChanged();
+}
+
+void Session::onDisconnected()
+{
+    addLine(ServerBuffer, QStringLiteral("*** Disconnected."));
+    const bool wasAway = m_away;
+    m_away = false;
+    m_awayMessage.clear();
+    m_pendingNick.clear();
+    m_watched.clear();
+    emit stateChanged();
+    emit disconnected();
+    if (wasAway)
+        emit awayChanged(false);
+}
+
+void Session::onRawMessage(const QString& line)
+{
+    // User traffic (":nick!user@host ...") is shown by its own handlers,
+    // numerics as server messages.
+    if (line.startsWith(QLatin1Char(':')) && line.contains(QLatin1Char('!')))
+        return;
+    if (isNumericLine(line) || m_inList)
+        return;
+    addLine(ServerBuffer, QStringLiteral("<< ") + line);
+}
+
+void Session::onPrivmsg(const QString& from, const QString& target, const QString& text)
+{
+    const bool toMe = target.compare(nick(), Qt::CaseInsensitive) == 0;
+    addLine(toMe ? from : target, text, from);
+}
+
+void Session::onJoin(const QString& nick, const QString& channel)
+{
+    addLine(channel, QStringLiteral("joined %1").arg(nick), nick, true);
+    if (isOwnNick(nick)) {
+        emit membersChanged(channel);
+        return;
+    }
+    if (m_buffers.contains(channel)) {
+        if (m_members[channel].join(nick))
+            emit memberAdded(channel, nick);
+        emit membersChanged(channel);
+    }
+    const QString query = findQuery(nick);
+    if (!query.isEmpty())
+        addLine(query, QStringLiteral("is back online"), query, true);
+}
+
+void Session::onPart(const QString& nick, const QString& channel, const QString& reason)
+{
+    // The user's own leaving is reported where it was started (the part
+    // command, closing the buffer). After the buffer was closed the server's
+    // echo must not open it again: only the channel's members go.
+    if (isOwnNick(nick)) {
+        if (!m_buffers.contains(channel))
+            m_members.remove(channel);
+        return;
+    }
+    addLine(channel, QStringLiteral("left %1 (%2)").arg(channel, reason), nick, true);
+    removeMember(channel, nick);
+    emit membersChanged(channel);
+}
+
+void Session::onNick(const QString& oldNick, const QString& newNick)
+{
+    const QString line = QStringLiteral("is now known as %1").arg(newNick);
+    const QStringList channels = m_members.keys();
+    for (const QString& channel : channels) {
+        if (!m_members[channel].contains(oldNick))
+            continue;
+        if (m_buffers.contains(channel))
+            addLine(channel, line, oldNick, true);
+        const auto renamed = m_members[channel].rename(oldNick, newNick);
+        for (const auto& pair : renamed)
+            emit memberRenamed(channel, pair.first, pair.second);
+        emit membersChanged(channel);
+    }
+    const QString query = findQuery(oldNick);
+    if (!query.isEmpty()) {
+        addLine(query, line, oldNick, true);
+        renameQuery(query, newNick);
+    }
+}
+
+void Session::renameQuery(const QString& oldName, const QString& newName)
+{
+    if (oldName == newName || m_buffers.contains(newName))
+        return;
+    m_buffers.insert(newName, m_buffers.take(oldName));
+    emit bufferRenamed(oldName, newName);
+}
+
+void Session::onNames(const QString& channel, const QStringList& names)
+{
+    m_pendingNames[channel] += names;
+}
+
+void Session::onNamesFinished(const QString& channel)
+{
+    QStringList names = m_pendingNames.take(channel);
+    MemberList::sortNames(names);
+    m_members[channel].reset(names);
+    emit membersReset(channel);
+    emit membersChanged(channel);
+}
+
+void Session::onQuit(const QString& nick, const QString& reason)
+{
+    const QString line = QStringLiteral("quit (%1)").arg(reason);
+    // Collect first: writing may open buffers, never member lists.
+    QStringList channels;
+    for (auto it = m_members.cbegin(); it != m_members.cend(); ++it) {
+        if (it->contains(nick))
+            channels.append(it.key());
+    }
+    for (const QString& channel : std::as_const(channels)) {
+        if (m_buffers.contains(channel))
+            addLine(channel, line, nick, true);
+        removeMember(channel, nick);
+        emit membersChanged(channel);
+    }
+    const QString query = findQuery(nick);
+    if (!query.isEmpty())
+        addLine(query, line, nick, true);
+}
+
+void Session::onKick(const QString& channel, const QString& kicked, const QString& kicker, const QString& reason)
+{
+    addLine(channel, QStringLiteral("was kicked by %1 (%2)").arg(kicker, reason), kicked, true);
+    removeMember(channel, kicked);
+    if (isOwnNick(kicked))
+        emit kickedFrom(channel);
+    emit membersChanged(channel);
+}
+
+void Session::onWatchStatus(const QString& nick, bool online)
+{
+    const QString query = findQuery(nick);
+    if (query.isEmpty())
+        return;
+    addLine(query, online ? QStringLiteral("is back online") : QStringLiteral("quit (WATCH)"), query, true);
+}
+
+void Session::onWhoisEnd(const QString& nick)
+{
+    const WhoisReply info = m_whois.take(nick);
+    const QString buffer = m_whoisBuffer;
+    addLine(buffer, QStringLiteral("*** WHOIS %1: %2@%3 (%4)").arg(nick, info.user, info.host, info.realname));
+    if (info.isOperator)
+        addLine(buffer, QStringLiteral("*** %1 is an IRC operator").arg(nick));
+    addLine(buffer, QStringLiteral("*** %1 is using %2 (%3)").arg(nick, info.server, info.serverInfo));
+    if (info.idle >= 0)
+        addLine(buffer,
+            QStringLiteral("*** %1 idle %2s, signed on %3").arg(nick, QString::number(info.idle), info.signon));
+    if (!info.channels.isEmpty())
+        addLine(buffer, QStringLiteral("*** %1 on channels: %2").arg(nick, info.channels));
+    if (!info.awayMsg.isEmpty())
+        addLine(buffer, QStringLiteral("*** %1 is away: %2").arg(nick, info.awayMsg));
+}
+
+void Session::onListStart()
+{
+    m_inList = true;
+    addLine(ServerBuffer, QStringLiteral("*** Receiving channel list..."));
+    emit channelListStarted();
+}
+
+void Session::onListEnd()
+{
+    emit channelListEnded();
+    m_inList = false;
+    addLine(ServerBuffer, QStringLiteral("*** Channel list complete."));
+}
+
+// --- Intents ----------------------------------------------------------------------
+
+void Session::connectTo(const QString& host, quint16 port, const ServerConfig& config)
+{
+    m_autojoin = config.autojoinChannels;
+    m_connection->setServerConfig(config);
+    m_port = port;
+    m_connection->connectToServer(host, port, config.nickname, config.realName, config.useSsl);
+    m_serverId = QStringLiteral("%1_%2").arg(host, QString::number(port));
+    saveServerRecord();
+}
+
+void Session::rememberServerRecord()
+{
+    if (!isConnected() || m_serverId.isEmpty())
+        return;
+    ServerConfig config = m_connection->serverConfig();
+    config.autojoinChannels = m_autojoin;
+    m_connection->setServerConfig(config);
+    saveServerRecord();
+}
+
+void Session::disconnectFromServer()
+{
+    if (isConnected())
+        saveServerRecord();
+    m_connection->disconnectFromServer();
+}
+
+void Session::reconnect()
+{
+    if (!isConnected())
+        return;
+    saveServerRecord();
+    m_connection->disconnectFromServer();
+    // Back to the port that was used (the default IRC port when the
+    // connection was not made through connectTo).
+    const quint16 port = m_port ? m_port : FallbackPort;
+    QTimer::singleShot(1000, this, [this, port] {
+        const ServerConfig config = m_connection->serverConfig();
+        m_connection->connectToServer(m_connection->getHost(), port, config.nickname, config.realName, config.useSsl);
+    });
+}
+
+void Session::sendMessage(const QString& target, const QString& text)
+{
+    m_connection->sendPrivmsg(target, text);
+    addLine(target, text, nick());
+}
+
+void Session::sendRaw(const QString& line)
+{
+    m_connection->sendRaw(line);
+}
+
+void Session::join(const QString& channel)
+{
+    m_connection->joinChannel(channel);
+}
+
+void Session::part(const QString& channel)
+{
+    m_connection->partChannel(channel);
+}
+
+void Session::changeNick(const QString& nick)
+{
+    if (m_away)
+        setBack(false);
+    m_pendingNick = nick;
+    m_connection->changeNick(nick);
+}
+
+// The line goes to every channel and query once the current event is
+// handled, as it reads now: going away and coming back at once still gives
+// "is away (reason)" then "is back", and a buffer closed meanwhile stays closed.
+void Session::announce(const QString& text)
+{
+    const QString own = nick();
+    for (auto it = m_buffers.cbegin(); it != m_buffers.cend(); ++it) {
+        const QString buffer = it.key();
+        const BufferType type = typeOf(buffer);
+        if (type == BufferType::Server || type == BufferType::Other)
+            continue;
+        QTimer::singleShot(0, this, [this, buffer, text, own] {
+            if (m_buffers.contains(buffer))
+                addLine(buffer, text, own, true);
+        });
+    }
+}
+
+void Session::setAway(const QString& message)
+{
+    m_away = true;
+    m_awayMessage = message;
+    m_connection->sendRaw(QStringLiteral("AWAY :") + message);
+    addLine(ServerBuffer, QStringLiteral("*** You are marked as away (") + message + QLatin1Char(')'));
+    announce(QStringLiteral("is away (%1)").arg(message));
+    emit awayChanged(true);
+}
+
+void Session::setBack(bool announceInBuffers)
+{
+    m_connection->sendRaw(QStringLiteral("AWAY"));
+    m_away = false;
+    m_awayMessage.clear();
+    addLine(ServerBuffer, QStringLiteral("*** You are back"));
+    if (announceInBuffers)
+        announce(QStringLiteral("is back"));
+    emit awayChanged(false);
+}
+
+void Session::whois(const QString& nick, const QString& replyBuffer)
+{
+    m_whoisBuffer = replyBuffer;
+    m_connection->sendWhois(nick);
+}
+
+bool Session::requestChannelList()
+{
+    if (!isRegistered())
+        return false;
+    m_connection->sendRaw(QStringLiteral("LIST"));
+    return true;
+}
+
+void Session::setTopic(const QString& channel, const QString& topic)
+{
+    m_connection->sendRaw(QStringLiteral("TOPIC %1 :%2").arg(channel, topic));
+    m_topics.insert(channel, topic);
+    emit topicChanged(channel);
+}
+
+void Session::kick(const QString& channel, const QString& nick, const QString& reason)
+{
+    m_connection->sendRaw(QStringLiteral("KICK %1 %2 :%3").arg(channel, nick, reason));
+}
+
+void Session::ban(const QString& channel, const QString& nick)
+{
+    m_connection->sendRaw(QStringLiteral("MODE %1 +b %2!*@*").arg(channel, nick));
+}
+
+void Session::setAutojoin(const QString& channel, bool enable)
+{
+    const QString name = channel.startsWith(QLatin1Char('#')) ? channel : QLatin1Char('#') + channel;
+    if (enable) {
+        if (!m_autojoin.contains(name))
+            m_autojoin.append(name);
+    } else {
+        m_autojoin.removeAll(name);
+    }
+    ServerConfig config = m_connection->serverConfig();
+    config.autojoinChannels = m_autojoin;
+    m_connection->setServerConfig(config);
+    saveServerRecord();
+    addLine(ServerBuffer,
+        enable ? QStringLiteral("*** Added %1 to autojoin list").arg(name)
+               : QStringLiteral("*** Removed %1 from autojoin list").arg(name));
+}
+
+void Session::saveServerRecord()
+{
+    if (m_serverId.isEmpty()) {
+        qWarning() << "saveServerRecord: no current server";
+        return;
+    }
+    ServerStore::saveServerConfig(m_serverId, m_connection->serverConfig(), ServerStore::OddAddress::Skip);
+}
+
+void Session::loadServerRecord()
+{
+    if (m_serverId.isEmpty())
+        return;
+    // Keys missing from the store keep what the connection has.
+    const ServerConfig config = ServerStore::loadServerConfig(m_serverId, m_connection->serverConfig());
+    m_connection->setServerConfig(config);
+    m_autojoin = config.autojoinChannels;
+}

@@ -1,0 +1,252 @@
+#pragma once
+
+#include "ChannelMembers.h"
+#include "ServerConfig.h"
+
+#include <QHash>
+#include <QList>
+#include <QMap>
+#include <QObject>
+#include <QRegularExpression>
+#include <QSet>
+#include <QString>
+#include <QStringList>
+
+class IRCConnection;
+
+// One row of a buffer, as it was when it was added.
+struct BufferLine
+{
+    enum Flag : quint8
+    {
+        Status = 1, // a grey row: joins, parts, quits, away notes
+        Own = 2, // written by the user (their nick or the nick they asked for)
+        OwnAway = 4, // written by the user while away: grey, italic nick
+        Mention = 8, // names the user in a channel, or any private message to them
+    };
+
+    qint64 time = 0; // milliseconds since the epoch
+    QString sender; // empty: a line of the buffer itself ("*** ...")
+    QString text; // as shown (a message written while away carries its "[Away: ...]" note)
+    quint8 flags = 0;
+
+    bool is(Flag flag) const { return flags & flag; }
+};
+
+// Everything Quenvar knows about one network: its connection and its
+// conversations. There is a buffer for the server, one per channel with an
+// open conversation and one per private conversation (a query), each with its
+// rows and its unread and mention state; channels have members with their
+// ranks and a topic. The session reacts to what the server says and to what
+// the user asks for, sends the commands, and reports every change as a signal.
+// It never touches a widget.
+class Session : public QObject
+{
+    Q_OBJECT
+
+public:
+    // The buffer of the server's own lines.
+    static const QString ServerBuffer; // "Server"
+    // The name of the channel list's page in the window; it is never a query.
+    static const QString ListPage; // "List"
+
+    enum class BufferType
+    {
+        Server,
+        Channel,
+        Query,
+        Other, // the channel list's name
+    };
+    static BufferType typeOf(const QString& name);
+
+    // WHOIS replies gathered for one nick until the end of the reply.
+    struct WhoisReply
+    {
+        QString user;
+        QString host;
+        QString realname;
+        QString server;
+        QString serverInfo;
+        QString channels;
+        QString awayMsg;
+        bool isOperator = false;
+        int idle = -1; // seconds; -1 while not received
+        QString signon;
+    };
+
+    explicit Session(QObject* parent = nullptr);
+    ~Session() override;
+
+    IRCConnection* connection() const { return m_connection; }
+
+    // --- Connection state ---
+    bool isConnected() const;
+    bool isRegistered() const;
+    QString host() const;
+    // The port of the last connection made through connectTo (0 before any).
+    quint16 port() const { return m_port; }
+    // host + "_" + port of the server record in use; empty before a connection.
+    QString serverId() const { return m_serverId; }
+    void setServerId(const QString& id) { m_serverId = id; }
+
+    // --- Identity ---
+    QString nick() const;
+    // The nick asked for by changeNick until the server confirms it.
+    QString pendingNick() const { return m_pendingNick; }
+    // Whether nick is the user's (current nick or the pending one, case ignored).
+    bool isOwnNick(const QString& nick) const;
+    bool isAway() const { return m_away; }
+    QString awayMessage() const { return m_awayMessage; }
+
+    // --- Buffers ---
+    bool hasBuffer(const QString& name) const { return m_buffers.contains(name); }
+    QStringList bufferNames() const { return m_buffers.keys(); }
+    // The rows of a buffer (empty for an unknown one).
+    QList<BufferLine> lines(const QString& name) const;
+    // Rows added since the buffer was last marked read, and whether one of
+    // them was a mention.
+    int unreadCount(const QString& name) const;
+    bool hasUnreadMention(const QString& name) const;
+    void markRead(const QString& name);
+    // The query buffer of nick (case ignored), or an empty string.
+    QString findQuery(const QString& nick) const;
+    // Opens the buffer if it is not open; true when it was opened now.
+    bool openBuffer(const QString& name);
+    // The user closes a buffer: a channel is left, a query's nick is no longer
+    // watched. The server buffer stays.
+    void closeBuffer(const QString& name);
+    // Adds a row to a buffer, opening the buffer first when needed. status:
+    // a grey row. The session decides whether it is the user's own and
+    // whether it mentions them.
+    void addLine(const QString& buffer, const QString& text, const QString& sender = QString(), bool status = false);
+
+    // --- Channels ---
+    bool hasMembers(const QString& channel) const { return m_members.contains(channel); }
+    QStringList members(const QString& channel) const;
+    QString topic(const QString& channel) const { return m_topics.value(channel); }
+    // Whether the user is an operator of channel (while connected).
+    bool isOperator(const QString& channel) const;
+
+    // --- WHOIS, WATCH, channel list, autojoin ---
+    // The buffer the next WHOIS summary goes to.
+    QString whoisReplyBuffer() const { return m_whoisBuffer; }
+    bool isGatheringWhois() const { return !m_whois.isEmpty(); }
+    // Lower-cased nicks for which a watch was sent.
+    QSet<QString> watchedNicks() const { return m_watched; }
+    // Whether a LIST reply is being received (the server buffer then stays quiet).
+    bool isReceivingList() const { return m_inList; }
+    QStringList autojoinChannels() const { return m_autojoin; }
+
+    // --- What the user asks for ---
+    // Connects to host:port with the record config (its autojoin list is kept)
+    // and stores the record as the current server's.
+    void connectTo(const QString& host, quint16 port, const ServerConfig& config);
+    void disconnectFromServer();
+    // Drops the connection and connects again a second later to the port used.
+    void reconnect();
+    // Keeps the autojoin list in the current record and stores it.
+    void rememberServerRecord();
+    void sendMessage(const QString& target, const QString& text);
+    void sendRaw(const QString& line);
+    void join(const QString& channel);
+    void part(const QString& channel);
+    void changeNick(const QString& nick);
+    // Marks the user away (the channel and query buffers are told once the
+    // current event is handled) / back.
+    void setAway(const QString& message);
+    void setBack(bool announceInBuffers);
+    // WHOIS of nick; the summary goes to replyBuffer.
+    void whois(const QString& nick, const QString& replyBuffer);
+    // Sends LIST; false (and nothing sent) before registration.
+    bool requestChannelList();
+    void setTopic(const QString& channel, const QString& topic);
+    void kick(const QString& channel, const QString& nick, const QString& reason);
+    void ban(const QString& channel, const QString& nick);
+    // Adds channel ("#" added when missing) to the autojoin list or removes
+    // it, stores the record and says so in the server buffer.
+    void setAutojoin(const QString& channel, bool enable);
+    // The current server's stored record (missing keys keep the connection's).
+    void loadServerRecord();
+    void saveServerRecord();
+
+signals:
+    void bufferOpened(const QString& buffer);
+    void bufferClosed(const QString& buffer);
+    void bufferRenamed(const QString& oldName, const QString& newName);
+    void lineAdded(const QString& buffer, const BufferLine& line);
+
+    // The member list of channel was replaced (a NAMES reply ended).
+    void membersReset(const QString& channel);
+    void memberAdded(const QString& channel, const QString& storedName);
+    void memberRemoved(const QString& channel, const QString& storedName);
+    void memberRenamed(const QString& channel, const QString& oldName, const QString& newName);
+    // The user was kicked from channel.
+    void kickedFrom(const QString& channel);
+    // After any change to channel's members (and to the user's rank there).
+    void membersChanged(const QString& channel);
+    void topicChanged(const QString& channel);
+
+    // Connected, registered, disconnected or the own nick changed.
+    void stateChanged();
+    void disconnected();
+    void ownNickChanged(const QString& nick);
+    void awayChanged(bool away);
+
+    void channelListStarted();
+    void channelListEntry(const QString& channel, const QString& users, const QString& topic);
+    void channelListEnded();
+    void channelListInfo(const QString& server, int channels, int users);
+
+private:
+    struct Buffer
+    {
+        QList<BufferLine> lines;
+        int unread = 0;
+        bool mentioned = false;
+    };
+
+    void onConnected();
+    void onRegistered();
+    void onDisconnected();
+    void onRawMessage(const QString& line);
+    void onPrivmsg(const QString& from, const QString& target, const QString& text);
+    void onJoin(const QString& nick, const QString& channel);
+    void onPart(const QString& nick, const QString& channel, const QString& reason);
+    void onNick(const QString& oldNick, const QString& newNick);
+    void onNames(const QString& channel, const QStringList& names);
+    void onNamesFinished(const QString& channel);
+    void onQuit(const QString& nick, const QString& reason);
+    void onKick(const QString& channel, const QString& kicked, const QString& kicker, const QString& reason);
+    void onWatchStatus(const QString& nick, bool online);
+    void onWhoisEnd(const QString& nick);
+    void onListStart();
+    void onListEnd();
+
+    void removeMember(const QString& channel, const QString& nick);
+    void renameQuery(const QString& oldName, const QString& newName);
+    void announce(const QString& text);
+    bool mentions(const QString& text);
+    WhoisReply& whoisOf(const QString& nick) { return m_whois[nick]; }
+
+    IRCConnection* m_connection = nullptr;
+    QMap<QString, Buffer> m_buffers;
+    // Members per channel; a channel can have members without a buffer (its
+    // conversation was closed, the server has not confirmed the part yet).
+    QMap<QString, ChannelMembers> m_members;
+    QMap<QString, QStringList> m_pendingNames;
+    QMap<QString, QString> m_topics;
+    QMap<QString, WhoisReply> m_whois;
+    QString m_whoisBuffer = QStringLiteral("Server");
+    QSet<QString> m_watched;
+    QStringList m_autojoin;
+    QString m_serverId;
+    quint16 m_port = 0;
+    QString m_pendingNick;
+    bool m_away = false;
+    QString m_awayMessage;
+    bool m_inList = false;
+
+    // The mention test for the own nick, rebuilt only when that nick changes.
+    QString m_mentionNick;
+    QRegularExpression m_mentionPattern;
+};
