@@ -7,7 +7,7 @@ class QSettings;
 namespace AppSetup {
 
 // Application name, version and organisation (in that order), then the
-// "Fusion" widget style. Needs a QApplication.
+// "Fusion" widget style (when the application has widgets).
 void configureApplication();
 
 // Makes sure the store records a theme: writes "theme" = "light" when the key

@@ -227,3 +227,27 @@ QString ThemeManager::preferencesDialogStyleSheet(const QString& theme)
 
     return form + buttonStyleSheet(theme) + backgroundButtons + tabs;
 }
+
+QString ThemeManager::tabWidgetStyleSheet(const QString& theme)
+{
+    const Palette palette = ThemeManager::palette(theme);
+    const bool light = theme == QLatin1String("light");
+    // The page behind the chat view (the topic strip of a channel) takes the
+    // window colour, so that the topic text of the theme stays readable.
+    const QString pane = light
+        ? QStringLiteral("QTabWidget::pane { border: none; padding: 0px; }")
+        : QStringLiteral("QTabWidget::pane { background: %1; border: 1px solid %2; }")
+              .arg(palette.windowBg, palette.inputBorder);
+    const QString background = light ? QStringLiteral("#F0F0F0") : QStringLiteral("#3A3A3A");
+    const QString border = light ? QStringLiteral("#D1D1D6") : QStringLiteral("#555555");
+    const QString hover = light ? QStringLiteral("#E0E0E0") : QStringLiteral("#4A4A4A");
+    const QString text = light ? QStringLiteral("#333333") : QStringLiteral("#EEEEEE");
+    return pane
+        + QStringLiteral("QTabBar::tab { background: %1; color: %4; border: 1px solid %2; border-bottom: none; "
+                         "padding: 6px 8px 6px 4px; margin-right: 2px; border-top-left-radius: 6px; "
+                         "border-top-right-radius: 6px; min-width: 80px; font-size: 12px; }"
+                         "QTabBar::tab:hover { background: %3; color: %4; }"
+                         "QTabBar::tab:selected, QTabBar::tab:selected:hover { background: #007AFF; "
+                         "color: white; font-weight: 600; border: 1px solid #007AFF; border-bottom: none; }")
+              .arg(background, border, hover, text);
+}

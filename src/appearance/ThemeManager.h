@@ -37,6 +37,9 @@ public:
     static QString buttonStyleSheet(const QString& theme);
     // The preferences dialog.
     static QString preferencesDialogStyleSheet(const QString& theme);
+    // The chat window's tabs; on dark themes the pane behind a page takes the
+    // window colour, so that the topic text stays readable.
+    static QString tabWidgetStyleSheet(const QString& theme);
 
     ThemeManager() = delete;
 };

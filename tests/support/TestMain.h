@@ -38,3 +38,16 @@ QString settingsStoreDir();
         TestObject tc;                                                                 \
         return QTest::qExec(&tc, argc, argv);                                          \
     }
+
+// The same for tests of the layers below the window: a QCoreApplication, so
+// that anything reaching for a widget fails.
+#define QUENVAR_CORE_TEST_MAIN(TestObject)                                             \
+    int main(int argc, char* argv[])                                                   \
+    {                                                                                  \
+        std::unique_ptr<QTemporaryDir> store(TestSupport::isolateSettingsStore());     \
+        QCoreApplication app(argc, argv);                                              \
+        AppSetup::configureApplication();                                              \
+        QTEST_SET_MAIN_SOURCE_PATH                                                     \
+        TestObject tc;                                                                 \
+        return QTest::qExec(&tc, argc, argv);                                          \
+    }

@@ -1,0 +1,311 @@
+// The session without a window: server lines in, buffers, members, topics and
+// the commands it sends out.
+
+#include "IRCConnection.h"
+#include "LinePeer.h"
+#include "Session.h"
+#include "TestMain.h"
+
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <functional>
+#include <memory>
+
+namespace {
+
+QStringList texts(const QList<BufferLine>& lines)
+{
+    QStringList result;
+    for (const BufferLine& line : lines)
+        result << line.text;
+    return result;
+}
+
+// A session connected to an in-process peer that plays the server.
+struct Harness
+{
+    std::unique_ptr<Session> session { new Session };
+    LinePeer peer;
+    QStringList autojoin; // of the server record connected with
+
+    // Connects through the session as nick and registers; the lines sent
+    // while registering are dropped from the peer's record.
+    bool connect(const QString& nick = QStringLiteral("me"), bool keepSent = false)
+    {
+        ServerConfig config;
+        config.nickname = nick;
+        config.realName = QStringLiteral("Real Name");
+        config.autojoinChannels = autojoin;
+        session->connectTo(QStringLiteral("127.0.0.1"), peer.port(), config);
+        if (!peer.accept() || !QTest::qWaitFor([this] { return !peer.linesStartingWith("USER").isEmpty(); }, 10000))
+            return false;
+        says(":irc.test 001 " + nick.toUtf8() + " :Welcome");
+        if (!keepSent)
+            peer.clear();
+        return session->isRegistered();
+    }
+
+    // The peer sends the lines of text (separated by "\n"); returns once the
+    // session has read them all.
+    void says(const QByteArray& text)
+    {
+        QByteArray wire;
+        int expected = 0;
+        for (const QByteArray& line : text.split('\n')) {
+            wire += line + "\r\n";
+            ++expected;
+        }
+        int seen = 0;
+        const auto counter = QObject::connect(session->connection(), &IRCConnection::rawMessageReceived,
+            session.get(), [&seen](const QString&) { ++seen; });
+        peer.send(wire);
+        if (!QTest::qWaitFor([&] { return seen >= expected; }, 10000))
+            qWarning("says: the session read %d of %d lines", seen, expected);
+        QObject::disconnect(counter);
+    }
+
+    // What the peer received, once the session's writes reached it.
+    QStringList sent(int atLeast = 1)
+    {
+        static_cast<void>(QTest::qWaitFor([&] { return peer.lines().size() >= atLeast; }, 2000));
+        return peer.lines();
+    }
+
+    QStringList lines(const QString& buffer) const { return texts(session->lines(buffer)); }
+    BufferLine last(const QString& buffer) const
+    {
+        const QList<BufferLine> all = session->lines(buffer);
+        return all.value(all.size() - 1);
+    }
+};
+
+} // namespace
+
+class TestSession : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    // Where each kind of server line lands, and how its row is marked.
+    void routing_data()
+    {
+        QTest::addColumn<QByteArray>("lines");
+        QTest::addColumn<QString>("buffer");
+        QTest::addColumn<QString>("sender");
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("flags");
+        const auto row = [](const char* name, const char* lines, const char* buffer, const char* sender,
+                             const char* text, int flags) {
+            QTest::newRow(name) << QByteArray(lines) << QString(buffer) << QString(sender) << QString(text) << flags;
+        };
+        row("channel message", ":bob!u@h PRIVMSG #c :hello", "#c", "bob", "hello", 0);
+        row("mention, case ignored", ":bob!u@h PRIVMSG #c :hi ME!", "#c", "bob", "hi ME!", BufferLine::Mention);
+        row("inside a word: no mention", ":bob!u@h PRIVMSG #c :meme", "#c", "bob", "meme", 0);
+        row("private message", ":bob!u@h PRIVMSG me :psst", "bob", "bob", "psst", BufferLine::Mention);
+        row("own join", ":me!u@h JOIN :#new", "#new", "me", "joined me", BufferLine::Status | BufferLine::Own);
+        row("numeric", ":irc.test 372 me :- motd", "Server", "", ":irc.test 372 me :- motd", 0);
+        row("other server line", "NOTICE AUTH :*** hello", "Server", "", "<< NOTICE AUTH :*** hello", 0);
+        row("kick", ":op!u@h KICK #c bob :out", "#c", "bob", "was kicked by op (out)", BufferLine::Status);
+        row("whois summary",
+            ":s 311 me bob u h * :Bob B\n:s 312 me bob irc.test :Test\n:s 313 me bob :op\n"
+            ":s 319 me bob :#a @#b\n:s 301 me bob :lunch\n:s 318 me bob :End",
+            "Server", "", "*** bob is away: lunch", 0);
+    }
+
+    void routing()
+    {
+        QFETCH(QByteArray, lines);
+        QFETCH(QString, buffer);
+        Harness h;
+        QVERIFY(h.connect());
+        h.says(lines);
+        const BufferLine line = h.last(buffer);
+        QTEST(line.sender, "sender");
+        QTEST(line.text, "text");
+        QTEST(int(line.flags), "flags");
+        QVERIFY(h.session->hasBuffer(buffer));
+    }
+
+    void whoisGathersOneSummary()
+    {
+        Harness h;
+        QVERIFY(h.connect());
+        h.session->openBuffer(QStringLiteral("#c"));
+        h.session->whois(QStringLiteral("bob"), QStringLiteral("#c"));
+        QCOMPARE(h.sent(), QStringList { "WHOIS bob" });
+        h.says(":s 311 me bob u h * :Bob B\n:s 312 me bob irc.test :Test\n:s 317 me bob 5 1700000000 :idle\n"
+               ":s 318 me bob :End");
+        const QStringList rows = h.lines(QStringLiteral("#c"));
+        QCOMPARE(rows.size(), 3);
+        QCOMPARE(rows.at(0), QStringLiteral("*** WHOIS bob: u@h (Bob B)"));
+        QCOMPARE(rows.at(1), QStringLiteral("*** bob is using irc.test (Test)"));
+        QVERIFY(rows.at(2).startsWith(QStringLiteral("*** bob idle 5s, signed on 20")));
+        QVERIFY(!h.session->isGatheringWhois());
+    }
+
+    // Members through NAMES, joins, parts, quits, kicks and nick changes, and
+    // the rows each change writes.
+    void members()
+    {
+        Harness h;
+        QVERIFY(h.connect());
+        QSignalSpy added(h.session.get(), &Session::memberAdded);
+        QSignalSpy renamed(h.session.get(), &Session::memberRenamed);
+        h.says(":me!u@h JOIN #c\n:s 353 me = #c :+bob @me\n:s 353 me = #c :carl ~zed\n:s 366 me #c :End");
+        QCOMPARE(h.sent(), QStringList { "NAMES #c" });
+        QCOMPARE(h.session->members("#c"), (QStringList { "~zed", "@me", "+bob", "carl" }));
+        QVERIFY(h.session->isOperator("#c"));
+
+        const QList<std::pair<QByteArray, QStringList>> steps {
+            { ":al!u@h JOIN #c", { "+bob", "@me", "al", "carl", "~zed" } }, // join order from now on
+            { ":al!u@h JOIN #c", { "+bob", "@me", "al", "carl", "~zed" } }, // once only
+            { ":bob!u@h NICK :Abe", { "+Abe", "@me", "al", "carl", "~zed" } }, // renamed in place
+            { ":dan!u@h JOIN #c", { "+Abe", "@me", "al", "carl", "dan", "~zed" } },
+            { ":carl!u@h PART #c :bye", { "+Abe", "@me", "al", "dan", "~zed" } },
+            { ":DAN!u@h QUIT :gone", { "+Abe", "@me", "al", "~zed" } }, // case ignored
+            { ":zed!u@h KICK #c al :out", { "+Abe", "@me", "~zed" } },
+            { ":x!u@h PART #elsewhere", { "+Abe", "@me", "~zed" } },
+        };
+        for (const auto& [line, expected] : steps) {
+            h.says(line);
+            QCOMPARE(h.session->members("#c"), expected);
+        }
+        QCOMPARE(added.size(), 2);
+        QCOMPARE(renamed.value(0), (QList<QVariant> { "#c", "+bob", "+Abe" }));
+        QCOMPARE(h.lines("#c").mid(1),
+            (QStringList { "joined al", "joined al", "is now known as Abe", "joined dan", "left #c (bye)",
+                "quit (gone)", "was kicked by zed (out)" }));
+
+        // Topics, and the user's own rank.
+        h.says(":s 332 me #c :the topic\n:me!u@h NICK :you");
+        QCOMPARE(h.session->topic("#c"), QStringLiteral("the topic"));
+        QCOMPARE(h.session->nick(), QStringLiteral("you"));
+        QVERIFY(h.session->isOperator("#c"));
+        h.says(":zed!u@h KICK #c you :bye");
+        QVERIFY(!h.session->isOperator("#c"));
+    }
+
+    // Private conversations follow their peer: renamed with them, told when
+    // they come and go, watched while open.
+    void queries()
+    {
+        Harness h;
+        QVERIFY(h.connect());
+        h.says(":bob!u@h PRIVMSG me :hi\n:carl!u@h PRIVMSG me :yo");
+        QCOMPARE(h.sent(2), (QStringList { "WATCH +bob", "WATCH +carl" }));
+        QCOMPARE(h.session->findQuery("BOB"), QStringLiteral("bob"));
+        QSignalSpy renamed(h.session.get(), &Session::bufferRenamed);
+        h.says(":bob!u@h NICK :rob\n:s 601 me rob u h 0 :logged off\n:s 600 me rob u h 0 :logged on");
+        QCOMPARE(renamed.value(0), (QList<QVariant> { "bob", "rob" }));
+        QVERIFY(!h.session->hasBuffer("bob"));
+        QCOMPARE(h.lines("rob"), (QStringList { "hi", "is now known as rob", "quit (WATCH)", "is back online" }));
+        h.session->closeBuffer("carl");
+        QCOMPARE(h.sent(3).value(2), QStringLiteral("WATCH -carl"));
+        QVERIFY(!h.session->watchedNicks().contains("carl"));
+    }
+
+    // What the user asks for, the lines sent and the rows written.
+    void intents_data()
+    {
+        QTest::addColumn<std::function<void(Session*)>>("intent");
+        QTest::addColumn<QStringList>("sent");
+        QTest::addColumn<QString>("serverRow");
+        using F = std::function<void(Session*)>;
+        QTest::newRow("message") << F([](Session* s) { s->sendMessage("#c", "hi"); })
+                                 << QStringList { "PRIVMSG #c :hi" } << QString();
+        QTest::newRow("away") << F([](Session* s) { s->setAway("lunch"); }) << QStringList { "AWAY :lunch" }
+                              << "*** You are marked as away (lunch)";
+        QTest::newRow("nick while away") << F([](Session* s) {
+            s->setAway("x");
+            s->changeNick("other");
+        }) << QStringList { "AWAY :x", "AWAY", "NICK other" } << "*** You are back";
+        QTest::newRow("close a channel") << F([](Session* s) { s->closeBuffer("#c"); })
+                                         << QStringList { "PART #c :Leaving" } << "*** You left #c";
+        QTest::newRow("topic") << F([](Session* s) { s->setTopic("#c", "new"); })
+                               << QStringList { "TOPIC #c :new" } << QString();
+        QTest::newRow("kick and ban") << F([](Session* s) {
+            s->ban("#c", "bob");
+            s->kick("#c", "bob", "Banned");
+        }) << QStringList { "MODE #c +b bob!*@*", "KICK #c bob :Banned" } << QString();
+        QTest::newRow("list") << F([](Session* s) { QVERIFY(s->requestChannelList()); }) << QStringList { "LIST" }
+                              << QString();
+        QTest::newRow("autojoin") << F([](Session* s) { s->setAutojoin("c", true); }) << QStringList()
+                                  << "*** Added #c to autojoin list";
+    }
+
+    void intents()
+    {
+        QFETCH(std::function<void(Session*)>, intent);
+        QFETCH(QStringList, sent);
+        QFETCH(QString, serverRow);
+        Harness h;
+        QVERIFY(h.connect());
+        h.session->openBuffer("#c");
+        const QStringList before = h.lines("Server");
+        intent(h.session.get());
+        QCOMPARE(h.sent(int(sent.size())), sent);
+        const QStringList after = h.lines("Server");
+        QCOMPARE(after.size() > before.size() ? after.last() : QString(), serverRow);
+    }
+
+    // Away: the user's own rows carry the note, every open conversation is
+    // told once the current event is handled, and a drop ends it.
+    void away()
+    {
+        Harness h;
+        QVERIFY(h.connect());
+        h.session->openBuffer("#c");
+        h.session->changeNick("pending");
+        h.session->setAway("lunch");
+        h.session->sendMessage("#c", "hi");
+        QCOMPARE(h.last("#c").text, QStringLiteral("[Away: lunch] hi"));
+        QCOMPARE(int(h.last("#c").flags), BufferLine::Own | BufferLine::OwnAway);
+        QTRY_COMPARE(h.last("#c").text, QStringLiteral("is away (lunch)"));
+        QVERIFY(h.last("#c").is(BufferLine::Status));
+
+        QVERIFY(h.session->isOwnNick("PENDING"));
+        h.peer.close();
+        QTRY_VERIFY(!h.session->isConnected());
+        QVERIFY(!h.session->isAway() && h.session->pendingNick().isEmpty());
+        QCOMPARE(h.lines("Server").last(), QStringLiteral("*** Disconnected."));
+    }
+
+    // Closing a channel leaves it; the server's echo of the part does not
+    // open it again. Unread rows and mentions count until marked read.
+    void closeAndUnread()
+    {
+        Harness h;
+        QVERIFY(h.connect());
+        h.says(":me!u@h JOIN #c\n:s 353 me = #c :me bob\n:s 366 me #c :End\n:bob!u@h PRIVMSG #c :me?");
+        QCOMPARE(h.session->unreadCount("#c"), 2);
+        QVERIFY(h.session->hasUnreadMention("#c"));
+        h.session->markRead("#c");
+        QCOMPARE(h.session->unreadCount("#c"), 0);
+        QVERIFY(!h.session->hasUnreadMention("#c"));
+
+        QSignalSpy closed(h.session.get(), &Session::bufferClosed);
+        h.session->closeBuffer("#c");
+        h.says(":me!u@h PART #c");
+        QCOMPARE(closed.size(), 1);
+        QVERIFY(!h.session->hasBuffer("#c") && !h.session->hasMembers("#c"));
+    }
+
+    // The record's autojoin list is stored with it and joined once registered.
+    void autojoinOnRegistration()
+    {
+        Harness h;
+        const QString id = QStringLiteral("127.0.0.1_%1").arg(h.peer.port());
+        h.autojoin = QStringList { "#one", "nochannel", "#two" };
+        QVERIFY(h.connect(QStringLiteral("me"), true));
+        QCOMPARE(h.session->serverId(), id);
+        QTRY_COMPARE(h.peer.linesStartingWith("JOIN"), (QStringList { "JOIN #one", "JOIN #two" }));
+        QVERIFY(h.lines("Server").contains("*** Autojoining #two"));
+        h.session->setAutojoin("#one", false);
+        QCOMPARE(QSettings().value("servers/" + id + "/autojoin").toStringList(), (QStringList { "nochannel", "#two" }));
+    }
+};
+
+QUENVAR_CORE_TEST_MAIN(TestSession)
+#include "tst_session.moc"
