@@ -164,8 +164,8 @@ inline void checkSentLine(const QString& line)
     }
 }
 
-// parser: the input, decoded, is cut at line feeds and each piece is given to
-// IRCParser::parseLine, all on one connection whose sends are captured.
+// parser: the input, decoded, is cut at line feeds and each piece is parsed
+// (IRCParser::parse) and handled by one connection whose sends are captured.
 inline void parserInput(const uint8_t* data, size_t size)
 {
     ensureApplication();
@@ -174,7 +174,7 @@ inline void parserInput(const uint8_t* data, size_t size)
     sinkAllSignals(&connection);
     connection.setSendObserver(checkSentLine);
     for (const QStringView line : QStringView(text).split(u'\n'))
-        IRCParser::parseLine(line.toString(), &connection);
+        connection.handleMessage(IRCParser::parse(line.toString()));
 }
 
 // framing: a fresh connection receives the input as bytes from the socket,

@@ -447,6 +447,104 @@ void IRCConnection::onOwnNickChanged(const QString& oldNick, const QString& newN
     emit ownNickChanged(newNick);
 }
 
+void IRCConnection::handleMessage(const IrcMessage& m)
+{
+    using Kind = IrcMessage::Kind;
+    switch (m.kind) {
+    case Kind::Ignored:
+    case Kind::Pong:
+        return;
+    case Kind::Ping:
+        sendRaw(QStringLiteral("PONG :") + m.text);
+        return;
+    case Kind::Privmsg:
+        // A message to us belongs to its sender's conversation.
+        emit privmsgReceived(m.source, m.target.startsWith(u'#') ? m.target : m.source, m.text);
+        return;
+    case Kind::Join:
+        emit joinReceived(m.source, m.target);
+        if (m.source == currentNick() && !m.target.isEmpty())
+            sendRaw(QStringLiteral("NAMES ") + m.target);
+        return;
+    case Kind::Part:
+        emit partReceived(m.source, m.target, m.text);
+        return;
+    case Kind::Quit:
+        emit quitReceived(m.source, m.text);
+        return;
+    case Kind::Kick:
+        emit kickReceived(m.target, m.args.value(0), m.source, m.text);
+        return;
+    case Kind::Nick:
+        emit nickChanged(m.source, m.target);
+        return;
+    case Kind::Names:
+        emit namesList(m.target, m.args);
+        return;
+    case Kind::NamesEnd:
+        emit namesListFinished(m.target);
+        return;
+    case Kind::ListStart:
+        resetListCounters();
+        if (!m.source.isEmpty())
+            setListServerName(m.source);
+        emit listStartReceived();
+        return;
+    case Kind::ListChannel:
+        addListChannel(m.number);
+        emit listChannelReceived(m.target, m.args.value(0), m.text);
+        return;
+    case Kind::ListEnd:
+        emit listInfoReceived(getListServerName(), getTotalListChannels(), getTotalListUsers());
+        emit listEndReceived();
+        return;
+    case Kind::Topic:
+        emit topicReceived(m.target, m.text);
+        return;
+    case Kind::NickInUse:
+        tryNextNick();
+        return;
+    case Kind::Welcome:
+        emit serverMessage(QStringLiteral("Connected and registered."));
+        setRegistered(true);
+        emit registered();
+        return;
+    case Kind::WhoisUser:
+        emit whoisUserReceived(m.target, m.args.value(0), m.args.value(1), m.text);
+        return;
+    case Kind::WhoisServer:
+        emit whoisServerReceived(m.target, m.args.value(0), m.text);
+        return;
+    case Kind::WhoisOperator:
+        emit whoisOperatorReceived(m.target);
+        return;
+    case Kind::WhoisIdle:
+        emit whoisIdleReceived(m.target, m.number, m.text);
+        return;
+    case Kind::WhoisChannels:
+        emit whoisChannelsReceived(m.target, m.text);
+        return;
+    case Kind::WhoisEnd:
+        if (m.target.isNull())
+            emit whoisEndReceived(QStringLiteral("Server"), m.target);
+        else
+            emit whoisEndReceived(m.target, m.target);
+        return;
+    case Kind::WhoisAway:
+        emit whoisAwayReceived(m.target, m.text);
+        return;
+    case Kind::WatchOnline:
+        emit watchStatus(m.target, true);
+        return;
+    case Kind::WatchOffline:
+        emit watchStatus(m.target, false);
+        return;
+    case Kind::ServerText:
+        emit serverMessage(m.text);
+        return;
+    }
+}
+
 void IRCConnection::processBuffer()
 {
     // A receiver that runs a nested event loop (a modal dialog, say) lets
@@ -495,7 +593,7 @@ void IRCConnection::processBuffer()
             emit rawMessageReceived(line);
             if (abandoned())
                 return;
-            IRCParser::parseLine(line, this);
+            handleMessage(IRCParser::parse(line));
         }
         if (abandoned())
             return;

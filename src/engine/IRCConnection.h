@@ -14,10 +14,12 @@
 
 class QTcpSocket;
 class QTimer;
+struct IrcMessage;
 
 // The one connection to one IRC server: owns the TCP or TLS socket, registers,
-// cuts the received bytes into lines for IRCParser, sends commands, keeps the
-// link alive and publishes everything that happens as signals.
+// cuts the received bytes into lines, has IRCParser type them and reacts to
+// each (handleMessage), sends commands, keeps the link alive and publishes
+// everything that happens as signals.
 class IRCConnection : public QObject
 {
     Q_OBJECT
@@ -96,6 +98,12 @@ public:
     using SendObserver = std::function<void(const QString& line)>;
     void setSendObserver(SendObserver observer);
     void receiveBytes(const QByteArray& bytes);
+
+    // What a received line makes the connection do: its signals, and the
+    // automatic replies (PONG, NAMES after our own JOIN, the next nickname
+    // on 433) and state (registration, LIST counters) that go with them.
+    // Called for every line read; tests, fuzzing and benchmarks call it too.
+    void handleMessage(const IrcMessage& message);
 
 public slots:
     // Runs on every tick of the keep-alive timer; may be called directly.

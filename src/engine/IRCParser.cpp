@@ -1,14 +1,12 @@
 #include "IRCParser.h"
 
-#include "IRCConnection.h"
-
 #include <QDateTime>
-#include <QStringList>
 #include <QVarLengthArray>
 
 namespace {
 
-// A line cut into views of itself; nothing is copied until a signal needs it.
+// A line cut into views of itself; nothing is copied until the message
+// needs it.
 struct Message
 {
     QStringView prefix;
@@ -114,180 +112,214 @@ QString signonText(QStringView seconds)
     return when.toString(Qt::ISODate);
 }
 
+using Kind = IrcMessage::Kind;
+
 // line is the received line; text is the same line trimmed.
-void dispatchNumeric(int numeric, const Message& msg, const QString& line, QStringView text, IRCConnection* c)
+void parseNumeric(int numeric, const Message& msg, const QString& line, QStringView text, IrcMessage& m)
 {
     const qsizetype n = msg.count();
     switch (numeric) {
     case 353:
         if (n > 2) {
-            QStringList names;
-            for (const QStringView name : msg.trailing.split(u' ', Qt::SkipEmptyParts))
-                names.append(name.toString());
-            emit c->namesList(msg.param(2), names);
+            m.kind = Kind::Names;
+            m.target = msg.param(2);
+            const QList<QStringView> names = msg.trailing.split(u' ', Qt::SkipEmptyParts);
+            m.args.reserve(names.size());
+            for (const QStringView name : names)
+                m.args.append(name.toString());
         }
         return;
     case 366:
-        emit c->namesListFinished(msg.param(1));
+        m.kind = Kind::NamesEnd;
+        m.target = msg.param(1);
         return;
     case 321:
-        c->resetListCounters();
-        if (!msg.prefix.isEmpty())
-            c->setListServerName(msg.prefix.toString());
-        emit c->listStartReceived();
+        m.kind = Kind::ListStart;
+        m.source = msg.prefix.toString();
         return;
     case 322:
         if (n > 2) {
             bool ok = false;
             const int users = msg.params[2].toInt(&ok);
-            c->addListChannel(ok ? users : 0);
-            emit c->listChannelReceived(msg.param(1), msg.param(2), msg.trailing.toString());
+            m.kind = Kind::ListChannel;
+            m.number = ok ? users : 0;
+            m.target = msg.param(1);
+            m.args.append(msg.param(2));
+            m.text = msg.trailing.toString();
         }
         return;
     case 323:
-        emit c->listInfoReceived(c->getListServerName(), c->getTotalListChannels(), c->getTotalListUsers());
-        emit c->listEndReceived();
+        m.kind = Kind::ListEnd;
         return;
     case 332:
-        emit c->topicReceived(msg.param(1), msg.trailing.toString());
+        m.kind = Kind::Topic;
+        m.target = msg.param(1);
+        m.text = msg.trailing.toString();
         return;
     case 433:
-        c->tryNextNick();
+        m.kind = Kind::NickInUse;
         return;
     case 1:
-        emit c->serverMessage(QStringLiteral("Connected and registered."));
-        c->setRegistered(true);
-        emit c->registered();
+        m.kind = Kind::Welcome;
         return;
     case 311:
-        if (n > 4)
-            emit c->whoisUserReceived(msg.param(1), msg.param(2), msg.param(3), msg.trailing.toString());
+        if (n > 4) {
+            m.kind = Kind::WhoisUser;
+            m.target = msg.param(1);
+            m.args.append(msg.param(2));
+            m.args.append(msg.param(3));
+            m.text = msg.trailing.toString();
+        }
         return;
     case 312:
-        if (n > 2)
-            emit c->whoisServerReceived(msg.param(1), msg.param(2), msg.trailing.toString());
+        if (n > 2) {
+            m.kind = Kind::WhoisServer;
+            m.target = msg.param(1);
+            m.args.append(msg.param(2));
+            m.text = msg.trailing.toString();
+        }
         return;
     case 313:
-        if (n > 1)
-            emit c->whoisOperatorReceived(msg.param(1));
+        if (n > 1) {
+            m.kind = Kind::WhoisOperator;
+            m.target = msg.param(1);
+        }
         return;
     case 317:
         if (n > 2) {
-            QString signon;
+            m.kind = Kind::WhoisIdle;
+            m.target = msg.param(1);
+            m.number = msg.params[2].toInt();
             if (n > 3)
-                signon = signonText(msg.params[3]);
-            if (signon.isNull())
-                signon = msg.trailing.toString();
-            emit c->whoisIdleReceived(msg.param(1), msg.params[2].toInt(), signon);
+                m.text = signonText(msg.params[3]);
+            if (m.text.isNull())
+                m.text = msg.trailing.toString();
         }
         return;
     case 319:
-        if (n > 1)
-            emit c->whoisChannelsReceived(msg.param(1), msg.trailing.toString());
-        return;
-    case 318:
         if (n > 1) {
-            const QString nick = msg.param(1);
-            emit c->whoisEndReceived(nick, nick);
-        } else {
-            emit c->whoisEndReceived(QStringLiteral("Server"), msg.param(1));
+            m.kind = Kind::WhoisChannels;
+            m.target = msg.param(1);
+            m.text = msg.trailing.toString();
         }
         return;
-    case 301:
+    case 318:
+        // Without a nick the target stays null: the end goes to the server tab.
+        m.kind = Kind::WhoisEnd;
         if (n > 1)
-            emit c->whoisAwayReceived(msg.param(1), msg.trailing.toString());
+            m.target = msg.param(1);
+        return;
+    case 301:
+        if (n > 1) {
+            m.kind = Kind::WhoisAway;
+            m.target = msg.param(1);
+            m.text = msg.trailing.toString();
+        }
         return;
     case 600: // logon
     case 604: // now on
-        if (n > 1)
-            emit c->watchStatus(msg.param(1), true);
+        if (n > 1) {
+            m.kind = Kind::WatchOnline;
+            m.target = msg.param(1);
+        }
         return;
     case 601: // logoff
     case 605: // now off
-        if (n > 1)
-            emit c->watchStatus(msg.param(1), false);
+        if (n > 1) {
+            m.kind = Kind::WatchOffline;
+            m.target = msg.param(1);
+        }
         return;
     case 602: // stopped watching
     case 606: // watch list
         return;
     default:
         // The whole line, sharing the received text when nothing was trimmed.
-        emit c->serverMessage(text.size() == line.size() ? line : text.toString());
+        m.kind = Kind::ServerText;
+        m.text = text.size() == line.size() ? line : text.toString();
         return;
     }
 }
 
 } // namespace
 
-void IRCParser::parseLine(const QString& line, IRCConnection* connection)
+IrcMessage IRCParser::parse(const QString& line)
 {
-    if (!connection)
-        return;
+    IrcMessage m;
     const QStringView text = QStringView(line).trimmed();
     if (text.isEmpty())
-        return;
+        return m;
 
     if (text.startsWith(QLatin1String("PING"))) {
         QStringView token = text.mid(qMin<qsizetype>(5, text.size())).trimmed();
         if (token.startsWith(u':'))
             token = token.mid(1);
-        QString reply = QStringLiteral("PONG :");
-        reply.append(token);
-        connection->sendRaw(reply);
-        return;
+        m.kind = Kind::Ping;
+        m.text = token.toString();
+        return m;
     }
-    if (text.startsWith(QLatin1String("PONG")))
-        return;
+    if (text.startsWith(QLatin1String("PONG"))) {
+        m.kind = Kind::Pong;
+        return m;
+    }
 
     Message msg;
     if (!split(text, msg))
-        return;
+        return m;
     const QStringView command = msg.command;
     if (command.isEmpty())
-        return;
+        return m;
 
     const int numeric = numericOf(command);
     if (numeric >= 0) {
-        dispatchNumeric(numeric, msg, line, text, connection);
-        return;
+        parseNumeric(numeric, msg, line, text, m);
+        return m;
     }
     const char16_t first = command.front().unicode();
     if (first < u'0' || first > u'9') {
-        // Named commands.
-        IRCConnection* c = connection;
+        // Named commands; those not listed here stay Ignored.
         if (isCommand(command, QLatin1String("PRIVMSG"))) {
             if (msg.count() >= 1 && !msg.trailing.isEmpty()) {
-                const QString nick = msg.nick();
-                const QString text = msg.trailing.toString();
-                if (msg.params[0].startsWith(u'#'))
-                    emit c->privmsgReceived(nick, msg.param(0), text);
-                else
-                    emit c->privmsgReceived(nick, nick, text);
+                m.kind = Kind::Privmsg;
+                m.source = msg.nick();
+                m.target = msg.param(0);
+                m.text = msg.trailing.toString();
             }
         } else if (isCommand(command, QLatin1String("JOIN"))) {
             // Many servers send the channel as the trailing parameter.
-            const QString channel
-                = msg.count() > 0 ? withoutLeadingColon(msg.params[0]) : msg.trailing.toString();
-            const QString nick = msg.nick();
-            emit c->joinReceived(nick, channel);
-            if (nick == c->currentNick() && !channel.isEmpty())
-                c->sendRaw(QStringLiteral("NAMES ") + channel);
+            m.kind = Kind::Join;
+            m.source = msg.nick();
+            m.target = msg.count() > 0 ? withoutLeadingColon(msg.params[0]) : msg.trailing.toString();
         } else if (isCommand(command, QLatin1String("PART"))) {
-            if (msg.count() > 0)
-                emit c->partReceived(msg.nick(), msg.param(0), msg.trailing.toString());
-            else
-                emit c->partReceived(msg.nick(), msg.trailing.toString(), QString());
+            m.kind = Kind::Part;
+            m.source = msg.nick();
+            if (msg.count() > 0) {
+                m.target = msg.param(0);
+                m.text = msg.trailing.toString();
+            } else {
+                m.target = msg.trailing.toString();
+            }
         } else if (isCommand(command, QLatin1String("QUIT"))) {
-            emit c->quitReceived(msg.nick(), msg.trailing.toString());
+            m.kind = Kind::Quit;
+            m.source = msg.nick();
+            m.text = msg.trailing.toString();
         } else if (isCommand(command, QLatin1String("KICK"))) {
-            emit c->kickReceived(msg.param(0), msg.param(1), msg.nick(), msg.trailing.toString());
+            m.kind = Kind::Kick;
+            m.source = msg.nick();
+            m.target = msg.param(0);
+            m.args.append(msg.param(1));
+            m.text = msg.trailing.toString();
         } else if (isCommand(command, QLatin1String("NICK"))) {
             const QStringView newNick
                 = msg.trailing.isEmpty() ? msg.value(0).trimmed() : msg.trailing.trimmed();
-            emit c->nickChanged(msg.nick(), withoutLeadingColon(newNick));
+            m.kind = Kind::Nick;
+            m.source = msg.nick();
+            m.target = withoutLeadingColon(newNick);
         }
-        return;
+        return m;
     }
     // Any other command that starts with a digit.
-    emit connection->serverMessage(text.size() == line.size() ? line : text.toString());
+    m.kind = Kind::ServerText;
+    m.text = text.size() == line.size() ? line : text.toString();
+    return m;
 }

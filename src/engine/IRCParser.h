@@ -1,15 +1,85 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
-class IRCConnection;
+// One received protocol line, cut and typed. Which fields a kind fills:
+//
+//   Ping           text: the token to echo
+//   Privmsg        source, target (channel or our nick, as sent), text
+//   Join           source, target: the channel
+//   Part           source, target: the channel, text: the reason
+//   Quit           source, text: the reason
+//   Kick           source: the kicker, target: the channel, args: { kicked nick }, text: the reason
+//   Nick           source: the old nick, target: the new one
+//   Names          target: the channel, args: the names
+//   NamesEnd       target: the channel
+//   ListStart      source: the whole prefix (the server's name)
+//   ListChannel    target: the channel, args: { user count as sent }, number: that count (0
+//                  when it is no number), text: the topic
+//   Topic          target: the channel, text: the topic
+//   WhoisUser      target: the nick, args: { user, host }, text: the real name
+//   WhoisServer    target: the nick, args: { server }, text: the server's description
+//   WhoisOperator  target: the nick
+//   WhoisIdle      target: the nick, number: idle seconds, text: the sign-on time (local
+//                  ISO date-time, or the trailing text when the reply has no usable one)
+//   WhoisChannels  target: the nick, text: the channels
+//   WhoisEnd       target: the nick; null when the reply names none
+//   WhoisAway      target: the nick, text: the away message
+//   WatchOnline    target: the nick
+//   WatchOffline   target: the nick
+//   ServerText     text: the whole line, trimmed (the received string itself when there was
+//                  nothing to trim)
+//
+// Pong, ListEnd, NickInUse, Welcome and Ignored carry nothing. Ignored is what
+// needs no reaction at all: blank lines, a prefix alone, named commands with
+// no meaning here, WATCH list replies, and replies with too few parameters.
+// Strings a line does not hold are null.
+struct IrcMessage
+{
+    enum class Kind : unsigned char
+    {
+        Ignored,
+        Ping,
+        Pong,
+        Privmsg,
+        Join,
+        Part,
+        Quit,
+        Kick,
+        Nick,
+        Names, // 353
+        NamesEnd, // 366
+        ListStart, // 321
+        ListChannel, // 322
+        ListEnd, // 323
+        Topic, // 332
+        NickInUse, // 433
+        Welcome, // 001
+        WhoisUser, // 311
+        WhoisServer, // 312
+        WhoisOperator, // 313
+        WhoisIdle, // 317
+        WhoisChannels, // 319
+        WhoisEnd, // 318
+        WhoisAway, // 301
+        WatchOnline, // 600, 604
+        WatchOffline, // 601, 605
+        ServerText, // any other numeric, or command starting with a digit
+    };
 
-// Turns one received protocol line into the connection's signals and performs
-// the few automatic replies (PONG, NAMES after our own JOIN) and state changes
-// (registration, LIST counters, nickname retry) that belong to the engine.
-// Keeps no state of its own.
+    Kind kind = Kind::Ignored;
+    int number = 0;
+    QString source;
+    QString target;
+    QString text;
+    QStringList args;
+};
+
+// Turns one received protocol line into an IrcMessage. Keeps no state and
+// knows no connection: what to do about the message is IRCConnection's.
 class IRCParser
 {
 public:
-    static void parseLine(const QString& line, IRCConnection* connection);
+    static IrcMessage parse(const QString& line);
 };

@@ -87,12 +87,10 @@ void TestEngine::commandBytes()
 
 void TestEngine::sendWithoutSocket()
 {
-    IRCParser::parseLine(QStringLiteral("PING :x"), nullptr);
-
     IRCConnection connection;
     SignalRecorder recorder(&connection);
     connection.joinChannel(QStringLiteral("#test"));
-    IRCParser::parseLine(QStringLiteral("PING :x"), &connection);
+    connection.handleMessage(IRCParser::parse(QStringLiteral("PING :x")));
     connection.sendWatch(QStringLiteral("bob"), true); // silently skipped
     QCOMPARE(recorder.take(), QStringList(2, NotConnected));
 

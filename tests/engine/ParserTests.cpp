@@ -146,10 +146,47 @@ void TestEngine::parserDispatch()
 
     EngineSession session;
     QVERIFY(session.start());
-    IRCParser::parseLine(line, &session.connection);
+    session.connection.handleMessage(IRCParser::parse(line));
     QCOMPARE(session.recorder.log(), emitted);
     QCOMPARE(session.sentLines(), sent);
     QVERIFY(session.connection.isConnected());
+}
+
+// The message itself, where it holds more than the signals show. fields:
+// source, target, text, then args.
+void TestEngine::parserMessage_data()
+{
+    QTest::addColumn<QString>("line");
+    QTest::addColumn<IrcMessage::Kind>("kind");
+    QTest::addColumn<QStringList>("fields");
+    QTest::addColumn<int>("number");
+    using K = IrcMessage::Kind;
+    const auto row = [](const char* name, const QString& line, K kind, const QStringList& fields,
+                         int number = 0) { QTest::newRow(name) << line << kind << fields << number; };
+
+    row("PING", "PING :irc.test", K::Ping, { "", "", "irc.test" });
+    row("PRIVMSG private", ":bob!b@h PRIVMSG alice :hi", K::Privmsg, { "bob", "alice", "hi" });
+    row("KICK", ":alice!a@h KICK #test robert :behave", K::Kick, { "alice", "#test", "behave", "robert" });
+    row("321", ":irc.test 321 alice Channel :Users Name", K::ListStart, { "irc.test", "", "" });
+    row("322", ":irc.test 322 alice #test 2 :topic", K::ListChannel, { "", "#test", "topic", "2" }, 2);
+    row("322 count not a number", ":s 322 a #b many :t", K::ListChannel, { "", "#b", "t", "many" });
+    row("317", ":irc.test 317 alice bob 42 :seconds idle", K::WhoisIdle, { "", "bob", "seconds idle" }, 42);
+    row("433", ":irc.test 433 * alice :Nickname is already in use.", K::NickInUse, { "", "", "" });
+    row("numeric padded", " :s 376 a :End ", K::ServerText, { "", "", ":s 376 a :End" });
+    row("NOTICE", ":bob!b@h NOTICE #test :hi", K::Ignored, { "", "", "" });
+}
+
+void TestEngine::parserMessage()
+{
+    QFETCH(QString, line);
+    QFETCH(IrcMessage::Kind, kind);
+    QFETCH(QStringList, fields);
+    QFETCH(int, number);
+
+    const IrcMessage message = IRCParser::parse(line);
+    QCOMPARE(message.kind, kind);
+    QCOMPARE(QStringList({ message.source, message.target, message.text }) + message.args, fields);
+    QCOMPARE(message.number, number);
 }
 
 void TestEngine::parserListCounters()
@@ -160,7 +197,7 @@ void TestEngine::parserListCounters()
     connection.addListChannel(99);
     const auto parse = [&](const QStringList& lines) {
         for (const QString& line : lines)
-            IRCParser::parseLine(line, &connection);
+            connection.handleMessage(IRCParser::parse(line));
         return recorder.take().filter(QStringLiteral("listInfoReceived:"));
     };
 

@@ -18,6 +18,8 @@ private slots:
     // Parser (ParserTests.cpp)
     void parserDispatch_data();
     void parserDispatch();
+    void parserMessage_data();
+    void parserMessage();
     void parserListCounters();
 
     // Connection (ConnectionTests.cpp)
