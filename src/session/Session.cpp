@@ -118,7 +118,12 @@ Session::Session(QObject* parent)
     });
 }
 
-Session::~Session() = default;
+// The connection may report its end while it is destroyed with this object's
+// children; by then nobody listens.
+Session::~Session()
+{
+    m_connection->disconnect(this);
+}
 
 // --- State ------------------------------------------------------------------------
 
@@ -154,10 +159,28 @@ bool Session::isOwnNick(const QString& nick) const
 
 // --- Buffers ----------------------------------------------------------------------
 
-QList<BufferLine> Session::lines(const QString& name) const
+qsizetype Session::lineCount(const QString& name) const
 {
     const auto it = m_buffers.constFind(name);
-    return it == m_buffers.cend() ? QList<BufferLine>() : it->lines;
+    return it == m_buffers.cend() ? 0 : it->lines.size();
+}
+
+BufferLine Session::line(const QString& name, qsizetype index) const
+{
+    const auto it = m_buffers.constFind(name);
+    return it == m_buffers.cend() ? BufferLine() : it->lines.at(index);
+}
+
+QList<BufferLine> Session::lines(const QString& name) const
+{
+    QList<BufferLine> result;
+    const auto it = m_buffers.constFind(name);
+    if (it == m_buffers.cend())
+        return result;
+    result.reserve(it->lines.size());
+    for (qsizetype i = 0; i < it->lines.size(); ++i)
+        result.append(it->lines.at(i));
+    return result;
 }
 
 int Session::unreadCount(const QString& name) const

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ChannelMembers.h"
+#include "LineStore.h"
 #include "ServerConfig.h"
 
 #include <QHash>
@@ -101,7 +102,9 @@ public:
     // --- Buffers ---
     bool hasBuffer(const QString& name) const { return m_buffers.contains(name); }
     QStringList bufferNames() const { return m_buffers.keys(); }
-    // The rows of a buffer (empty for an unknown one).
+    // The rows of a buffer (none for an unknown one).
+    qsizetype lineCount(const QString& name) const;
+    BufferLine line(const QString& name, qsizetype index) const;
     QList<BufferLine> lines(const QString& name) const;
     // Rows added since the buffer was last marked read, and whether one of
     // them was a mention.
@@ -200,7 +203,7 @@ signals:
 private:
     struct Buffer
     {
-        QList<BufferLine> lines;
+        LineStore lines;
         int unread = 0;
         bool mentioned = false;
     };

@@ -100,7 +100,7 @@ private slots:
                              const char* text, int flags) {
             QTest::newRow(name) << QByteArray(lines) << QString(buffer) << QString(sender) << QString(text) << flags;
         };
-        row("channel message", ":bob!u@h PRIVMSG #c :hello", "#c", "bob", "hello", 0);
+        row("channel message", ":bob!u@h PRIVMSG #c :h\xc3\xa9llo \xe2\x9c\x93", "#c", "bob", "h\u00e9llo \u2713", 0);
         row("mention, case ignored", ":bob!u@h PRIVMSG #c :hi ME!", "#c", "bob", "hi ME!", BufferLine::Mention);
         row("inside a word: no mention", ":bob!u@h PRIVMSG #c :meme", "#c", "bob", "meme", 0);
         row("private message", ":bob!u@h PRIVMSG me :psst", "bob", "bob", "psst", BufferLine::Mention);
