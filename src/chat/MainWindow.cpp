@@ -40,12 +40,17 @@ bool isPrivateKey(const QString& key)
     return !isChannelKey(key) && key != ServerTab && key != ListTab;
 }
 
-QString closeButtonStyle(bool current)
+const QString& closeButtonStyle(bool current)
 {
-    return QStringLiteral("QPushButton {  background: transparent;  border: none;  font-size: 16px;  "
-                          "font-weight: bold;  color: %1;  padding: 0px;}QPushButton:hover {  "
-                          "background: rgba(0,0,0,0.1);  border-radius: 4px;}")
-        .arg(current ? QStringLiteral("#FFFFFF") : QStringLiteral("#999999"));
+    const auto style = [](QLatin1String colour) {
+        return QStringLiteral("QPushButton {  background: transparent;  border: none;  font-size: 16px;  "
+                              "font-weight: bold;  color: %1;  padding: 0px;}QPushButton:hover {  "
+                              "background: rgba(0,0,0,0.1);  border-radius: 4px;}")
+            .arg(colour);
+    };
+    static const QString currentStyle = style(QLatin1String("#FFFFFF"));
+    static const QString otherStyle = style(QLatin1String("#999999"));
+    return current ? currentStyle : otherStyle;
 }
 
 } // namespace
@@ -178,8 +183,7 @@ void MainWindow::createServerTab()
     info.widget = page;
     info.chatView = page->findChild<ChatView*>();
     tabs.insert(ServerTab, info);
-    const int index = tabWidget->addTab(page, ServerTab);
-    tabWidget->setTabToolTip(index, ServerTab);
+    addTabPage(page, ServerTab);
     currentTabName = ServerTab;
     inputLine->setPlaceholderText(QStringLiteral("Type a command..."));
     userList->hide();
@@ -187,7 +191,6 @@ void MainWindow::createServerTab()
     userListShouldBeVisible = false;
     adjustSplitterToRatio();
     updateNickCompletionModel();
-    addCloseButtonToAllTabs();
 }
 
 QWidget* MainWindow::createChannelTab(const QString& name, bool isChannel)
@@ -211,8 +214,7 @@ MainWindow::TabInfo& MainWindow::registerTab(const QString& name, QWidget* page)
     if (isPrivateKey(name))
         info.peerNick = name;
     TabInfo& stored = tabs.insert(name, info).value();
-    const int index = tabWidget->addTab(page, name);
-    tabWidget->setTabToolTip(index, name);
+    addTabPage(page, name);
     return stored;
 }
 
@@ -266,7 +268,7 @@ void MainWindow::onTabChanged(int index)
     updateNickCompletionModel();
     updateOwnUserAppearance();
     inputLine->setText(tabInputHistory.value(currentTabName));
-    addCloseButtonToAllTabs();
+    updateCloseButtons();
     QTimer::singleShot(0, this, &MainWindow::adjustSplitterToRatio);
 }
 
@@ -316,25 +318,36 @@ void MainWindow::onBufferClosed(const QString& name)
         emojiButton->hide();
         updateNickCompletionModel();
     }
-    addCloseButtonToAllTabs();
 }
 
-void MainWindow::addCloseButtonToAllTabs()
+int MainWindow::addTabPage(QWidget* page, const QString& label)
 {
+    const int index = tabWidget->addTab(page, label);
+    tabWidget->setTabToolTip(index, label);
+    // Each tab gets its own close button once; it finds its tab by its page.
+    auto* button = new QPushButton(QString(QChar(0x00D7)), tabBar);
+    button->setFlat(true);
+    button->setFixedSize(20, 20);
+    button->setCursor(Qt::ArrowCursor);
+    button->setStyleSheet(closeButtonStyle(index == tabWidget->currentIndex()));
+    const QPointer<QWidget> target(page);
+    connect(button, &QPushButton::clicked, this, [this, target] {
+        if (target)
+            closeTab(tabWidget->indexOf(target));
+    });
+    tabBar->setTabButton(index, QTabBar::LeftSide, button);
+    return index;
+}
+
+void MainWindow::updateCloseButtons()
+{
+    // Only the buttons whose tab became or stopped being the current one change.
     const int current = tabWidget->currentIndex();
     for (int i = 0; i < tabWidget->count(); ++i) {
-        if (QWidget* old = tabBar->tabButton(i, QTabBar::LeftSide)) {
-            tabBar->setTabButton(i, QTabBar::LeftSide, nullptr);
-            old->hide();
-            old->deleteLater();
-        }
-        auto* button = new QPushButton(QString(QChar(0x00D7)), tabBar);
-        button->setFlat(true);
-        button->setFixedSize(20, 20);
-        button->setCursor(Qt::ArrowCursor);
-        button->setStyleSheet(closeButtonStyle(i == current));
-        connect(button, &QPushButton::clicked, this, [this, i] { closeTab(i); });
-        tabBar->setTabButton(i, QTabBar::LeftSide, button);
+        QWidget* button = tabBar->tabButton(i, QTabBar::LeftSide);
+        const QString& style = closeButtonStyle(i == current);
+        if (button && button->styleSheet() != style)
+            button->setStyleSheet(style);
     }
 }
 

@@ -86,6 +86,10 @@ public:
     void updateUserListVisibility(bool isChannel);
     void adjustSplitterToRatio();
     void highlightTab(const QString& tabName);
+    // Adds page as a tab with label as text and tool tip, and its close button.
+    int addTabPage(QWidget* page, const QString& label);
+    // Styles the close buttons for the current tab.
+    void updateCloseButtons();
 
     // --- Rows (MainWindowSession.cpp) ---
     // Adds a row to the session's buffer tabName (its tab is created when
@@ -139,7 +143,6 @@ public:
 public slots:
     void onTabChanged(int index);
     void closeTab(int index);
-    void addCloseButtonToAllTabs();
     void onTabContextMenu(const QPoint& pos);
 
     void onUserDoubleClicked(QListWidgetItem* item);

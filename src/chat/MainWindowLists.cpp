@@ -166,9 +166,7 @@ void MainWindow::createListTab()
     TabInfo info;
     info.widget = page;
     tabs.insert(ListTab, info);
-    const int index = tabWidget->addTab(page, ListTab);
-    tabWidget->setTabToolTip(index, ListTab);
-    addCloseButtonToAllTabs();
+    addTabPage(page, ListTab);
 }
 
 void MainWindow::requestChannelList()

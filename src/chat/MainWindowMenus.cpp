@@ -134,7 +134,6 @@ void MainWindow::applyTheme(const QString& theme)
                                                                     : QStringLiteral("#ccc")));
     tabWidget->setStyleSheet(ThemeManager::tabWidgetStyleSheet(theme));
 
-    addCloseButtonToAllTabs();
     splitter->setStyleSheet(QStringLiteral("QSplitter::handle { background: transparent; }"));
     applyChatBackground();
     tabBar->updateGeometry();

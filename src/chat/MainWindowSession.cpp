@@ -125,7 +125,6 @@ void MainWindow::onBufferOpened(const QString& buffer)
     if (currentTabName == ServerTab)
         tabWidget->setCurrentWidget(page);
     applyChatBackground();
-    addCloseButtonToAllTabs();
 }
 
 void MainWindow::onBufferRenamed(const QString& oldName, const QString& newName)

@@ -54,6 +54,7 @@ Session::Session(QObject* parent)
     , m_connection(new IRCConnection(this))
 {
     m_buffers.insert(ServerBuffer, Buffer());
+    m_clock.start();
 
     IRCConnection* c = m_connection;
     connect(c, &IRCConnection::connected, this, &Session::onConnected);
@@ -217,6 +218,7 @@ bool Session::openBuffer(const QString& name)
         return false;
     m_buffers.insert(name, Buffer());
     if (typeOf(name) == BufferType::Query) {
+        m_queryOpenings.append(m_clock.elapsed());
         // Watch the peer to tell when they come and go.
         const QString lower = name.toLower();
         if (!m_watched.contains(lower)) {
@@ -375,10 +377,34 @@ void Session::onRawMessage(const QString& line)
     addLine(ServerBuffer, QStringLiteral("<< ") + line);
 }
 
+bool Session::inQueryBurst()
+{
+    const qint64 since = m_clock.elapsed() - QueryBurstWindowMs;
+    while (!m_queryOpenings.isEmpty() && m_queryOpenings.first() < since)
+        m_queryOpenings.removeFirst();
+    const bool burst = m_queryOpenings.size() >= QueryBurstLimit;
+    if (!burst)
+        m_burstNoted = false;
+    return burst;
+}
+
 void Session::onPrivmsg(const QString& from, const QString& target, const QString& text)
 {
     const bool toMe = target.compare(nick(), Qt::CaseInsensitive) == 0;
-    addLine(toMe ? from : target, text, from);
+    const QString buffer = toMe ? from : target;
+    // A flood of new senders opens no more conversations than a person can
+    // follow: their first messages are listed in the server buffer instead.
+    if (typeOf(buffer) == BufferType::Query && !m_buffers.contains(buffer) && inQueryBurst()) {
+        if (!m_burstNoted) {
+            m_burstNoted = true;
+            addLine(ServerBuffer,
+                QStringLiteral("*** Many new private conversations at once: messages from further new senders "
+                               "are shown here until it calms down."));
+        }
+        addLine(ServerBuffer, QStringLiteral("<%1> %2").arg(from, text));
+        return;
+    }
+    addLine(buffer, text, from);
 }
 
 void Session::onJoin(const QString& nick, const QString& channel)

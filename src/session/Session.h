@@ -4,6 +4,7 @@
 #include "LineStore.h"
 #include "ServerConfig.h"
 
+#include <QElapsedTimer>
 #include <QHash>
 #include <QList>
 #include <QMap>
@@ -74,6 +75,12 @@ public:
         int idle = -1; // seconds; -1 while not received
         QString signon;
     };
+
+    // A burst of new private conversations: once this many queries were
+    // opened within the window, first messages from further new senders go
+    // to the server buffer instead of opening theirs.
+    static constexpr int QueryBurstLimit = 50;
+    static constexpr qint64 QueryBurstWindowMs = 60000;
 
     explicit Session(QObject* parent = nullptr);
     ~Session() override;
@@ -229,6 +236,7 @@ private:
     void renameQuery(const QString& oldName, const QString& newName);
     void announce(const QString& text);
     bool mentions(const QString& text);
+    bool inQueryBurst();
     WhoisReply& whoisOf(const QString& nick) { return m_whois[nick]; }
 
     IRCConnection* m_connection = nullptr;
@@ -248,6 +256,10 @@ private:
     bool m_away = false;
     QString m_awayMessage;
     bool m_inList = false;
+    // When the recent queries were opened (monotonic milliseconds).
+    QElapsedTimer m_clock;
+    QList<qint64> m_queryOpenings;
+    bool m_burstNoted = false;
 
     // The mention test for the own nick, rebuilt only when that nick changes.
     QString m_mentionNick;
