@@ -50,7 +50,7 @@ QString ThemeManager::globalStyleSheet(const QString& theme)
         // %1 window, %2 text, %3 panel, %4 input background, %5 input border
         return QStringLiteral(
             "QMainWindow { background-color: %1; color: %2; }\n"
-            "QTextBrowser { background-color: %3; color: %2; border: none; }\n"
+            "ChatView { background-color: %3; color: %2; border: none; }\n"
             "QListWidget { background-color: %3; color: %2; }\n"
             "QLineEdit { background-color: %4; color: %2; border: 1px solid %5; }\n"
             "QMenuBar { background-color: %1; color: %2; }\n"
@@ -74,7 +74,7 @@ QString ThemeManager::globalStyleSheet(const QString& theme)
     // %1 window, %2 text, %3 accent, %4 input border
     return QStringLiteral(
         "QMainWindow { background-color: %1; color: %2; }\n"
-        "QTextBrowser { color: %2; border: none; border-radius: 8px; padding: 4px; }\n"
+        "ChatView { color: %2; border: none; border-radius: 8px; padding: 4px; }\n"
         "QListWidget { background-color: #FFFFFF; color: %2; border: none; border-radius: 8px; "
         "padding: 4px; }\n"
         "QLineEdit { background-color: #FFFFFF; color: %2; border: 1px solid #C6C6C8; "

@@ -70,17 +70,12 @@ QWidget* ChatPage::create(bool isChannel, bool nickColumn, const QFont& font)
 
     auto* view = new ChatView(page);
     view->setNickColumnVisible(nickColumn);
-    view->setReadOnly(true);
-    view->setOpenExternalLinks(true);
     QPalette palette = view->palette();
     palette.setColor(QPalette::Base, Qt::white);
     palette.setColor(QPalette::Window, Qt::white);
     view->setPalette(palette);
     view->setAutoFillBackground(true);
     view->setFont(font);
-    // Right-clicking the chat shows no menu.
-    view->setContextMenuPolicy(Qt::CustomContextMenu);
-    QObject::connect(view, &QWidget::customContextMenuRequested, view, [](const QPoint&) {});
     layout->addWidget(view, 1);
     return page;
 }

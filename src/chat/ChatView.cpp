@@ -1,19 +1,18 @@
 #include "ChatView.h"
 
-#include "IrcText.h"
 #include "Session.h"
 
-#include <QAbstractTextDocumentLayout>
-#include <QPaintEvent>
+#include <QApplication>
+#include <QClipboard>
+#include <QContextMenuEvent>
+#include <QDateTime>
+#include <QDesktopServices>
+#include <QHash>
+#include <QMenu>
 #include <QPainter>
 #include <QScrollBar>
-#include <QTextBlock>
-#include <QHash>
-#include <QPair>
-#include <QTextBlockFormat>
-#include <QTextCharFormat>
-#include <QTextDocument>
 #include <QTimer>
+#include <QUrl>
 
 namespace {
 
@@ -26,6 +25,9 @@ const QColor AwayNickColor(0xAA, 0xAA, 0xAA);
 constexpr int MaxNickLength = 16;
 constexpr int MaxNickPrefix = 15;
 
+// Laid-out rows kept for scrolling back and forth.
+constexpr int LayoutCacheRows = 600;
+
 QString displayNickFor(const QString& sender)
 {
     if (sender.size() <= MaxNickLength)
@@ -37,251 +39,611 @@ QString displayNickFor(const QString& sender)
     return sender.left(keep) + QChar(0x2026);
 }
 
-// Character formats of the columns, built once. Latin text is laid out
-// without the full shaper (scripts that need it still get it).
-QTextCharFormat plainFormat()
+QTextLayout::FormatRange range(int start, int length, const QTextCharFormat& format)
 {
-    QTextCharFormat format;
-    format.setFontStyleStrategy(QFont::PreferNoShaping);
-    return format;
-}
-
-const QTextCharFormat& greyFormat()
-{
-    static const QTextCharFormat format = [] {
-        QTextCharFormat f = plainFormat();
-        f.setForeground(GreyText);
-        return f;
-    }();
-    return format;
-}
-
-const QTextCharFormat& defaultFormat()
-{
-    static const QTextCharFormat format = plainFormat();
-    return format;
-}
-
-const QTextCharFormat& nickFormat(const QColor& colour, bool italic)
-{
-    static QHash<QPair<QRgb, bool>, QTextCharFormat> formats;
-    const QPair<QRgb, bool> key(colour.isValid() ? colour.rgba() : 0, italic);
-    auto it = formats.find(key);
-    if (it == formats.end()) {
-        QTextCharFormat format = plainFormat();
-        format.setFontWeight(700);
-        if (colour.isValid())
-            format.setForeground(colour);
-        format.setFontItalic(italic);
-        it = formats.insert(key, format);
-    }
-    return *it;
+    QTextLayout::FormatRange r;
+    r.start = start;
+    r.length = length;
+    r.format = format;
+    return r;
 }
 
 } // namespace
 
-void ChatView::appendLine(const QString& timestamp, const BufferLine& line)
-{
-    const bool ownAway = line.is(BufferLine::OwnAway);
-    QTextCursor cursor = appendRow();
-
-    // Each column is one format run, its tab included.
-    cursor.insertText(IrcText::singleBlockText(timestamp) + QLatin1Char('\t'), greyFormat());
-
-    if (m_nickColumn) {
-        const QString displayNick = displayNickFor(IrcText::singleBlockText(line.sender));
-        QColor colour;
-        if (!displayNick.isEmpty())
-            colour = ownAway ? AwayNickColor : IrcText::nickColor(displayNick);
-        cursor.insertText(displayNick + QStringLiteral("  \t"), nickFormat(colour, ownAway && !displayNick.isEmpty()));
-    }
-
-    const bool grey = line.is(BufferLine::Status) || ownAway;
-    // A message written while away starts with its away note, right at the
-    // column start.
-    const bool noted = ownAway && !line.is(BufferLine::Status);
-    const QString text = m_nickColumn && !noted ? QLatin1Char(' ') + line.text : line.text;
-    IrcText::insertMessageWithLinks(cursor, text, grey ? greyFormat() : defaultFormat());
-}
-
 ChatView::ChatView(QWidget* parent)
-    : QTextBrowser(parent)
-    , m_cursor(document())
+    : QAbstractScrollArea(parent)
+    , m_layouts(LayoutCacheRows)
 {
-    // Undo history would keep a copy of every row.
-    document()->setUndoRedoEnabled(false);
-    updateRowFormat();
-    m_flushTimer = new QTimer(this);
-    m_flushTimer->setSingleShot(true);
-    connect(m_flushTimer, &QTimer::timeout, this, &ChatView::flushBatch);
-
-    // A view showing its last row keeps showing it when the rows are laid out
-    // again (a resize, a font or theme change); one scrolled back stays put.
-    QScrollBar* bar = verticalScrollBar();
-    connect(bar, &QScrollBar::valueChanged, this,
-        [this, bar](int value) { m_followsEnd = value >= bar->maximum(); });
-    connect(bar, &QScrollBar::rangeChanged, this, [this, bar](int, int maximum) {
-        if (m_followsEnd)
-            bar->setValue(maximum);
-    });
+    setFocusPolicy(Qt::StrongFocus);
+    viewport()->setMouseTracking(true);
+    viewport()->setCursor(Qt::ArrowCursor);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    verticalScrollBar()->setSingleStep(1);
+    m_updateTimer = new QTimer(this);
+    m_updateTimer->setSingleShot(true);
+    connect(m_updateTimer, &QTimer::timeout, this, &ChatView::flushBatch);
 }
 
-ChatView::~ChatView()
-{
-    // Balance the document's edit block; no scrolling on the way out.
-    if (m_editBlockOpen) {
-        m_editBlockOpen = false;
-        m_cursor.endEditBlock();
-    }
-}
+ChatView::~ChatView() = default;
 
 void ChatView::setNickColumnVisible(bool visible)
 {
     m_nickColumn = visible;
-    updateRowFormat();
-    viewport()->update();
+    invalidateLayouts();
 }
 
 qreal ChatView::ruleX() const
 {
-    return document()->documentMargin() + TimestampColumnWidth + NickColumnWidth;
+    return Margin + TimestampColumnWidth + NickColumnWidth;
 }
 
-QTextCursor ChatView::appendRow()
+// --- Rows -------------------------------------------------------------------------
+
+void ChatView::appendLine(const QString& timestamp, const BufferLine& line)
 {
-    openEditBlock();
-    if (m_batchDepth == 0)
-        requestFlush();
-    m_cursor.movePosition(QTextCursor::End);
-    m_cursor.insertBlock(m_rowFormat, QTextCharFormat());
-    return m_cursor;
+    if (m_stamps.isEmpty() || m_stamps.last() != timestamp)
+        m_stamps.append(timestamp);
+    m_stampOf.append(quint32(m_stamps.size() - 1));
+    m_lines.append(line);
+    requestUpdate();
 }
 
-void ChatView::updateRowFormat()
+void ChatView::trimTo(qsizetype rows)
+{
+    const qsizetype extra = rowCount() - rows;
+    if (rows <= 0 || extra <= 0)
+        return;
+    m_lines.removeFirst(extra);
+    m_stampOf.remove(0, extra);
+    // View rows moved up by `extra`: forget their layouts and the selection.
+    invalidateLayouts();
+    clearSelection();
+    m_topRow = qMax(0, m_topRow - int(extra));
+    requestUpdate();
+}
+
+void ChatView::clearMessages()
+{
+    m_lines.clear();
+    m_stampOf.clear();
+    m_stamps.clear();
+    invalidateLayouts();
+    clearSelection();
+    m_topRow = 0;
+    m_follow = true;
+    requestUpdate();
+}
+
+ChatView::RowContent ChatView::row(int index) const
+{
+    RowContent content;
+    if (index < 0 || index >= rowCount())
+        return content;
+    const BufferLine line = m_lines.at(index);
+    content.timestamp = IrcText::singleBlockText(m_stamps.at(m_stampOf.at(index)));
+    content.nick = m_nickColumn ? displayNickFor(IrcText::singleBlockText(line.sender)) : QString();
+    // A message written while away starts with its away note, right at the
+    // column start; other messages keep a space from the nick column.
+    const bool noted = line.is(BufferLine::OwnAway) && !line.is(BufferLine::Status);
+    const QString text = m_nickColumn && !noted ? QLatin1Char(' ') + line.text : line.text;
+    content.links = IrcText::linkSegments(text);
+    content.message = IrcText::singleBlockText(text);
+    content.flags = line.flags;
+    return content;
+}
+
+QString ChatView::rowPlainText(int index) const
+{
+    const RowContent content = row(index);
+    const QString message = content.message.trimmed();
+    if (content.nick.isEmpty())
+        return QStringLiteral("%1 %2").arg(content.timestamp, message);
+    return QStringLiteral("%1 <%2> %3").arg(content.timestamp, content.nick, message);
+}
+
+QString ChatView::rowText(int index) const
+{
+    return index < 0 || index >= rowCount() ? QString() : layoutOf(index + 1)->text;
+}
+
+QTextCharFormat ChatView::formatAt(int index, int position) const
+{
+    QTextCharFormat format;
+    if (index < 0 || index >= rowCount())
+        return format;
+    const QList<QTextLayout::FormatRange> ranges = layoutOf(index + 1)->layout.formats();
+    for (const QTextLayout::FormatRange& r : ranges) {
+        if (position >= r.start && position < r.start + r.length)
+            format.merge(r.format);
+    }
+    return format;
+}
+
+// --- Layout -----------------------------------------------------------------------
+
+qreal ChatView::textWidth() const
+{
+    return qMax<qreal>(ruleX() + 40, viewport()->width() - 2 * Margin);
+}
+
+QTextOption ChatView::textOption() const
 {
     // Columns: the timestamp from the left edge; the nick right-aligned to
     // the end of the nick column; the message from the start of the last
-    // column, where wrapped lines continue (hanging indent).
-    QList<QTextOption::Tab> stops;
-    qreal messageStart;
+    // column, where wrapped lines continue.
+    QTextOption option;
+    option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    QList<QTextOption::Tab> tabs;
     if (m_nickColumn) {
-        const qreal nickEnd = TimestampColumnWidth + NickColumnWidth;
-        stops << QTextOption::Tab(nickEnd - ColumnPadding, QTextOption::RightTab);
-        messageStart = nickEnd + ColumnPadding;
+        tabs << QTextOption::Tab(TimestampColumnWidth + NickColumnWidth - ColumnPadding, QTextOption::RightTab);
+        tabs << QTextOption::Tab(TimestampColumnWidth + NickColumnWidth + ColumnPadding, QTextOption::LeftTab);
     } else {
-        messageStart = TimestampColumnWidth + ColumnPadding;
+        tabs << QTextOption::Tab(TimestampColumnWidth + ColumnPadding, QTextOption::LeftTab);
     }
-    stops << QTextOption::Tab(messageStart, QTextOption::LeftTab);
-    m_rowFormat = QTextBlockFormat();
-    m_rowFormat.setTabPositions(stops);
-    m_rowFormat.setLeftMargin(messageStart);
-    m_rowFormat.setTextIndent(-messageStart);
-    m_rowFormat.setAlignment(Qt::AlignLeft);
+    option.setTabs(tabs);
+    return option;
+}
+
+void ChatView::invalidateLayouts()
+{
+    m_layouts.clear();
+    m_layoutWidth = -1;
+    viewport()->update();
+}
+
+const ChatView::Layout* ChatView::layoutOf(int viewRow) const
+{
+    const qreal width = textWidth();
+    if (width != m_layoutWidth) {
+        m_layouts.clear();
+        m_layoutWidth = width;
+    }
+    if (const Layout* cached = m_layouts.object(viewRow))
+        return cached;
+
+    auto* layout = new Layout;
+    QFont font = this->font();
+    font.setStyleStrategy(QFont::PreferNoShaping);
+    QList<QTextLayout::FormatRange> formats;
+    if (viewRow > 0) {
+        const RowContent content = row(viewRow - 1);
+        const bool ownAway = content.flags & BufferLine::OwnAway;
+        const bool grey = (content.flags & BufferLine::Status) || ownAway;
+
+        QTextCharFormat greyFormat;
+        greyFormat.setForeground(GreyText);
+        layout->text = content.timestamp + QLatin1Char('\t');
+        formats << range(0, int(layout->text.size()), greyFormat);
+        if (m_nickColumn) {
+            QTextCharFormat nickFormat;
+            nickFormat.setFontWeight(QFont::Bold);
+            if (!content.nick.isEmpty()) {
+                nickFormat.setForeground(ownAway ? AwayNickColor : IrcText::nickColor(content.nick));
+                nickFormat.setFontItalic(ownAway);
+            }
+            layout->nickStart = int(layout->text.size());
+            layout->text += content.nick;
+            layout->nickEnd = int(layout->text.size());
+            layout->text += QStringLiteral("  \t");
+            formats << range(layout->nickStart, int(layout->text.size()) - layout->nickStart, nickFormat);
+        }
+        layout->messageStart = int(layout->text.size());
+        layout->text += content.message;
+        if (grey)
+            formats << range(layout->messageStart, int(content.message.size()), greyFormat);
+        for (IrcText::LinkSegment link : content.links) {
+            link.start += layout->messageStart;
+            link.end += layout->messageStart;
+            formats << range(link.start, link.end - link.start, IrcText::linkFormat(QTextCharFormat(), link.href));
+            layout->links << link;
+        }
+    }
+    layout->layout.setText(layout->text);
+    layout->layout.setFont(font);
+    layout->layout.setTextOption(textOption());
+    layout->layout.setFormats(formats);
+
+    // The first line starts at the left edge; wrapped lines continue in the
+    // message column.
+    const qreal messageX = m_nickColumn ? TimestampColumnWidth + NickColumnWidth + ColumnPadding
+                                        : TimestampColumnWidth + ColumnPadding;
+    const qreal leading = QFontMetricsF(font).leading();
+    qreal y = 0;
+    layout->layout.beginLayout();
+    for (int n = 0;; ++n) {
+        QTextLine line = layout->layout.createLine();
+        if (!line.isValid())
+            break;
+        const qreal x = n == 0 ? 0 : messageX;
+        line.setLineWidth(width - x);
+        line.setPosition(QPointF(x, y));
+        y += line.height() + qMax<qreal>(0, leading);
+    }
+    layout->layout.endLayout();
+    layout->height = qMax<qreal>(y, QFontMetricsF(font).lineSpacing());
+    const Layout* result = layout;
+    m_layouts.insert(viewRow, layout);
+    return result;
+}
+
+qreal ChatView::rowHeight(int viewRow) const
+{
+    return layoutOf(viewRow)->height;
+}
+
+int ChatView::lastTopRow() const
+{
+    // From the last row up, as many rows as fit whole (at least the last).
+    const qreal space = viewport()->height() - 2 * Margin;
+    qreal used = 0;
+    int top = viewRows();
+    while (top > 0 && used + rowHeight(top - 1) <= space)
+        used += rowHeight(--top);
+    return qMin(top, viewRows() - 1);
+}
+
+QList<ChatView::Placed> ChatView::placedRows() const
+{
+    QList<Placed> placed;
+    const qreal bottom = viewport()->height() - Margin;
+    if (m_follow) {
+        // The last row ends at the bottom; rows above it up to the top.
+        qreal y = bottom;
+        for (int r = viewRows() - 1; r >= 0 && y > 0; --r) {
+            const Layout* layout = layoutOf(r);
+            y -= layout->height;
+            placed.prepend({ r, y, layout });
+        }
+        // Fewer rows than the view holds: they start at the top.
+        if (!placed.isEmpty() && placed.first().row == 0 && placed.first().top > Margin) {
+            const qreal shift = placed.first().top - Margin;
+            for (Placed& p : placed)
+                p.top -= shift;
+        }
+        return placed;
+    }
+    qreal y = Margin;
+    for (int r = qBound(0, m_topRow, viewRows() - 1); r < viewRows() && y < bottom; ++r) {
+        const Layout* layout = layoutOf(r);
+        placed.append({ r, y, layout });
+        y += layout->height;
+    }
+    return placed;
+}
+
+int ChatView::firstVisibleRow() const
+{
+    for (const Placed& p : placedRows()) {
+        if (p.row > 0 && p.top + p.layout->height > 0)
+            return p.row - 1;
+    }
+    return -1;
+}
+
+// --- Updates and scrolling --------------------------------------------------------
+
+void ChatView::requestUpdate()
+{
+    m_pending = true;
+    if (m_batchDepth > 0 || m_updateTimer->isActive())
+        return;
+    // At most one update per frame: a flood of rows is shown frame by frame,
+    // a single row at once.
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    const qint64 delay = m_lastUpdateMs < 0 ? 0 : qBound<qint64>(0, FrameIntervalMs - (now - m_lastUpdateMs), qint64(FrameIntervalMs));
+    m_updateTimer->start(int(delay));
 }
 
 void ChatView::beginBatch()
 {
     ++m_batchDepth;
-    openEditBlock();
 }
 
 void ChatView::endBatch()
 {
     if (m_batchDepth == 0)
         return;
-    if (--m_batchDepth == 0)
-        requestFlush();
-}
-
-void ChatView::requestFlush()
-{
-    if (m_flushTimer->isActive())
-        return;
-    // At most one layout and repaint per frame: a flood of lines is shown in
-    // frames, a single line at once.
-    qint64 delay = 0;
-    if (m_sinceFlush.isValid())
-        delay = qMax<qint64>(0, FrameIntervalMs - m_sinceFlush.elapsed());
-    m_flushTimer->start(int(delay));
+    if (--m_batchDepth == 0 && m_pending)
+        requestUpdate();
 }
 
 void ChatView::flushBatch()
 {
     if (m_batchDepth > 0)
         return;
-    m_flushTimer->stop();
-    if (!m_editBlockOpen)
-        return;
-    closeEditBlock();
-    m_sinceFlush.start();
-}
-
-void ChatView::clearMessages()
-{
-    const bool reopen = m_editBlockOpen;
-    if (reopen) {
-        m_cursor.endEditBlock();
-        m_editBlockOpen = false;
-    }
-    document()->clear();
-    m_cursor = QTextCursor(document());
-    if (reopen)
-        openEditBlock();
+    m_updateTimer->stop();
+    m_lastUpdateMs = QDateTime::currentMSecsSinceEpoch();
+    m_pending = false;
+    updateScrollRange();
     viewport()->update();
 }
 
-int ChatView::rowCount() const
+void ChatView::updateScrollRange()
 {
-    return document()->blockCount() - 1;
+    QScrollBar* bar = verticalScrollBar();
+    m_settingScroll = true;
+    const int last = lastTopRow();
+    bar->setRange(0, last);
+    bar->setPageStep(qMax(1, int(placedRows().size()) - 1));
+    bar->setValue(m_follow ? last : qMin(m_topRow, last));
+    m_settingScroll = false;
 }
 
-void ChatView::openEditBlock()
+void ChatView::scrollContentsBy(int, int)
 {
-    if (m_editBlockOpen)
+    if (m_settingScroll)
         return;
-    m_cursor.beginEditBlock();
-    m_editBlockOpen = true;
-}
-
-void ChatView::closeEditBlock()
-{
-    if (!m_editBlockOpen)
-        return;
-    m_editBlockOpen = false;
-    // Lays the rows of the batch out in one go.
-    m_cursor.endEditBlock();
-    scrollToEnd();
+    QScrollBar* bar = verticalScrollBar();
+    m_topRow = bar->value();
+    m_follow = bar->value() >= bar->maximum();
+    viewport()->update();
 }
 
 void ChatView::scrollToEnd()
 {
-    QTextCursor end(document());
-    end.movePosition(QTextCursor::End);
-    setTextCursor(end);
-    ensureCursorVisible();
+    m_follow = true;
+    updateScrollRange();
+    viewport()->update();
 }
 
-void ChatView::paintEvent(QPaintEvent* event)
+void ChatView::scrollToRow(int index)
 {
-    QTextBrowser::paintEvent(event);
-    // While an edit block is open the layout lags behind the document; the
-    // rule is drawn again once the batch is laid out.
-    if (!m_nickColumn || m_editBlockOpen)
-        return;
-    const QTextBlock firstRow = document()->firstBlock().next();
-    if (!firstRow.isValid())
-        return;
-    QAbstractTextDocumentLayout* layout = document()->documentLayout();
-    const qreal top = layout->blockBoundingRect(firstRow).top();
-    const qreal bottom = layout->blockBoundingRect(document()->lastBlock()).bottom();
-    const int dx = horizontalScrollBar()->value();
-    const int dy = verticalScrollBar()->value();
-    const int x = qRound(ruleX()) - dx;
-    const int y1 = qMax(qRound(top) - dy, event->rect().top());
-    const int y2 = qMin(qRound(bottom) - dy, event->rect().bottom());
-    if (y2 < y1)
-        return;
+    m_topRow = qBound(0, index + 1, viewRows() - 1);
+    m_follow = m_topRow >= lastTopRow();
+    updateScrollRange();
+    viewport()->update();
+}
+
+void ChatView::resizeEvent(QResizeEvent* event)
+{
+    QAbstractScrollArea::resizeEvent(event);
+    // Rows wrap anew at the new width; the view keeps following the last row
+    // or keeps its top row.
+    updateScrollRange();
+}
+
+void ChatView::changeEvent(QEvent* event)
+{
+    QAbstractScrollArea::changeEvent(event);
+    if (event->type() == QEvent::FontChange || event->type() == QEvent::StyleChange) {
+        invalidateLayouts();
+        updateScrollRange();
+    }
+}
+
+// --- Painting ---------------------------------------------------------------------
+
+void ChatView::paintEvent(QPaintEvent*)
+{
     QPainter painter(viewport());
-    painter.setPen(QPen(RuleColor, 1));
-    painter.drawLine(x, y1, x, y2);
+    const QList<Placed> placed = placedRows();
+    const Position from = qMin(m_anchor, m_cursor);
+    const Position to = qMax(m_anchor, m_cursor);
+    const bool selection = hasSelection();
+    QTextCharFormat selected;
+    selected.setBackground(palette().brush(QPalette::Highlight));
+    selected.setForeground(palette().brush(QPalette::HighlightedText));
+
+    painter.setPen(palette().color(QPalette::Text));
+    qreal rulesTop = -1;
+    qreal rulesBottom = -1;
+    for (const Placed& p : placed) {
+        QList<QTextLayout::FormatRange> selections;
+        if (selection && p.row >= from.row && p.row <= to.row) {
+            const int start = p.row == from.row ? from.pos : 0;
+            const int end = p.row == to.row ? to.pos : int(p.layout->text.size());
+            if (end > start)
+                selections << range(start, end - start, selected);
+        }
+        p.layout->layout.draw(&painter, QPointF(Margin, p.top), selections);
+        if (p.row > 0) {
+            if (rulesTop < 0)
+                rulesTop = p.top;
+            rulesBottom = p.top + p.layout->height;
+        }
+    }
+    if (m_nickColumn && rulesTop >= 0) {
+        painter.setPen(QPen(RuleColor, 1));
+        const int x = qRound(ruleX());
+        painter.drawLine(x, qMax(0, qRound(rulesTop)), x, qMin(viewport()->height(), qRound(rulesBottom)));
+    }
+}
+
+// --- Mouse, keys, selection -------------------------------------------------------
+
+ChatView::Position ChatView::positionAt(const QPoint& point) const
+{
+    const QList<Placed> placed = placedRows();
+    if (placed.isEmpty())
+        return Position();
+    const Placed* hit = &placed.first();
+    if (point.y() >= placed.last().top)
+        hit = &placed.last();
+    for (const Placed& p : placed) {
+        if (point.y() >= p.top && point.y() < p.top + p.layout->height) {
+            hit = &p;
+            break;
+        }
+    }
+    const QTextLayout& layout = hit->layout->layout;
+    const qreal y = point.y() - hit->top;
+    const qreal x = point.x() - Margin;
+    for (int i = 0; i < layout.lineCount(); ++i) {
+        const QTextLine line = layout.lineAt(i);
+        if (y < line.y() + line.height() || i == layout.lineCount() - 1)
+            return { hit->row, line.xToCursor(x) };
+    }
+    return { hit->row, 0 };
+}
+
+QString ChatView::linkIn(const Layout* layout, int pos) const
+{
+    for (const IrcText::LinkSegment& link : layout->links) {
+        if (pos >= link.start && pos < link.end)
+            return link.href;
+    }
+    return QString();
+}
+
+QString ChatView::linkAt(const QPoint& point) const
+{
+    const QList<Placed> placed = placedRows();
+    for (const Placed& p : placed) {
+        if (point.y() < p.top || point.y() >= p.top + p.layout->height)
+            continue;
+        const QTextLayout& layout = p.layout->layout;
+        for (int i = 0; i < layout.lineCount(); ++i) {
+            const QTextLine line = layout.lineAt(i);
+            const qreal y = point.y() - p.top;
+            const qreal x = point.x() - Margin;
+            if (y < line.y() || y >= line.y() + line.height() || x < line.x() || x > line.x() + line.naturalTextWidth())
+                continue;
+            return linkIn(p.layout, line.xToCursor(x, QTextLine::CursorOnCharacter));
+        }
+    }
+    return QString();
+}
+
+bool ChatView::hasSelection() const
+{
+    return m_anchor.row >= 0 && !(m_anchor == m_cursor);
+}
+
+void ChatView::clearSelection()
+{
+    m_anchor = Position();
+    m_cursor = Position();
+    viewport()->update();
+}
+
+void ChatView::selectAll()
+{
+    if (rowCount() == 0)
+        return;
+    m_anchor = { 1, 0 };
+    m_cursor = { viewRows() - 1, int(layoutOf(viewRows() - 1)->text.size()) };
+    viewport()->update();
+}
+
+QString ChatView::plainText(int viewRow) const
+{
+    return viewRow > 0 ? rowPlainText(viewRow - 1) : QString();
+}
+
+QString ChatView::selectedText() const
+{
+    if (!hasSelection())
+        return QString();
+    const Position from = qMin(m_anchor, m_cursor);
+    const Position to = qMax(m_anchor, m_cursor);
+    // Within one message: the selected part of it.
+    if (from.row == to.row && from.row > 0) {
+        const Layout* layout = layoutOf(from.row);
+        if (from.pos >= layout->messageStart)
+            return layout->text.mid(from.pos, to.pos - from.pos);
+    }
+    QStringList rows;
+    for (int r = qMax(1, from.row); r <= to.row; ++r)
+        rows << plainText(r);
+    return rows.join(QLatin1Char('\n'));
+}
+
+void ChatView::copy() const
+{
+    if (hasSelection())
+        QApplication::clipboard()->setText(selectedText());
+}
+
+void ChatView::mousePressEvent(QMouseEvent* event)
+{
+    if (event->button() != Qt::LeftButton) {
+        QAbstractScrollArea::mousePressEvent(event);
+        return;
+    }
+    m_pressedLink = linkAt(event->position().toPoint());
+    m_anchor = positionAt(event->position().toPoint());
+    m_cursor = m_anchor;
+    m_selecting = true;
+    viewport()->update();
+}
+
+void ChatView::mouseMoveEvent(QMouseEvent* event)
+{
+    const QPoint point = event->position().toPoint();
+    if (m_selecting && (event->buttons() & Qt::LeftButton)) {
+        m_cursor = positionAt(point);
+        if (!(m_cursor == m_anchor))
+            m_pressedLink.clear();
+        viewport()->update();
+        return;
+    }
+    viewport()->setCursor(linkAt(point).isEmpty() ? Qt::ArrowCursor : Qt::PointingHandCursor);
+}
+
+void ChatView::mouseReleaseEvent(QMouseEvent* event)
+{
+    if (event->button() != Qt::LeftButton) {
+        QAbstractScrollArea::mouseReleaseEvent(event);
+        return;
+    }
+    m_selecting = false;
+    const QString link = m_pressedLink;
+    m_pressedLink.clear();
+    if (!link.isEmpty() && link == linkAt(event->position().toPoint()) && !hasSelection())
+        QDesktopServices::openUrl(QUrl(link));
+}
+
+void ChatView::mouseDoubleClickEvent(QMouseEvent* event)
+{
+    // A double click selects the word under the pointer.
+    const Position at = positionAt(event->position().toPoint());
+    if (at.row <= 0)
+        return;
+    const QString& text = layoutOf(at.row)->text;
+    int start = qBound(0, at.pos, int(text.size()));
+    int end = start;
+    while (start > 0 && !text.at(start - 1).isSpace())
+        --start;
+    while (end < text.size() && !text.at(end).isSpace())
+        ++end;
+    m_anchor = { at.row, start };
+    m_cursor = { at.row, end };
+    m_selecting = false;
+    viewport()->update();
+}
+
+void ChatView::keyPressEvent(QKeyEvent* event)
+{
+    QScrollBar* bar = verticalScrollBar();
+    if (event->matches(QKeySequence::Copy)) {
+        copy();
+    } else if (event->matches(QKeySequence::SelectAll)) {
+        selectAll();
+    } else if (event->key() == Qt::Key_PageUp) {
+        bar->setValue(bar->value() - bar->pageStep());
+    } else if (event->key() == Qt::Key_PageDown) {
+        bar->setValue(bar->value() + bar->pageStep());
+    } else if (event->key() == Qt::Key_Home && (event->modifiers() & Qt::ControlModifier)) {
+        bar->setValue(0);
+    } else if (event->key() == Qt::Key_End && (event->modifiers() & Qt::ControlModifier)) {
+        scrollToEnd();
+    } else {
+        QAbstractScrollArea::keyPressEvent(event);
+    }
+}
+
+void ChatView::contextMenuEvent(QContextMenuEvent* event)
+{
+    showContextMenu(event->globalPos());
+}
+
+void ChatView::showContextMenu(const QPoint& globalPos)
+{
+    QMenu menu(this);
+    QAction* copyAction = menu.addAction(QStringLiteral("Copy"), this, &ChatView::copy);
+    copyAction->setEnabled(hasSelection());
+    copyAction->setShortcut(QKeySequence::Copy);
+    QAction* all = menu.addAction(QStringLiteral("Select All"), this, &ChatView::selectAll);
+    all->setShortcut(QKeySequence::SelectAll);
+    menu.exec(globalPos);
 }

@@ -1,29 +1,30 @@
 #pragma once
 
-#include <QElapsedTimer>
-#include <QTextBlockFormat>
-#include <QTextBrowser>
-#include <QTextCursor>
+#include "IrcText.h"
+#include "LineStore.h"
 
-class QPaintEvent;
+#include <QAbstractScrollArea>
+#include <QCache>
+#include <QTextLayout>
+
+class QMenu;
 class QTimer;
 struct BufferLine;
 
-// The message view of one tab.
+// The message view of one tab, virtualised: the rows live in a compact store
+// and only the rows on screen are laid out (one cached QTextLayout each).
 //
-// Every message is one text block of the document, laid out as columns by
-// block formatting rather than by a table (a table re-lays-out as a whole on
-// every appended row, which makes long scrollbacks quadratic):
+// A row has three columns:
 //   timestamp | right-aligned nick ending the nick column | message
-// A right-aligned tab stop ends the nick column, a left tab stop starts the
-// message column, and a hanging indent keeps wrapped message lines in the
-// message column. The grey rule right of the nick column is painted over the
-// viewport. The server tab has no nick column.
+// with a grey 1 px rule right of the nick column; wrapped message lines stay
+// in the message column. The server tab has no nick column. The first row of
+// the view stays empty.
 //
-// The document's first block stays empty, so the first message is the second
-// row. Rows appended within one batch share one edit block of the document,
-// so the layout runs once per batch instead of once per row (see appendRow).
-class ChatView : public QTextBrowser
+// The view sticks to the last row while it shows it and stays put while the
+// user reads older rows. Rows can be selected with the mouse across rows and
+// copied (Ctrl+C, or "Copy" in the context menu) as plain text; links open
+// on click.
+class ChatView : public QAbstractScrollArea
 {
     Q_OBJECT
 
@@ -33,6 +34,11 @@ public:
     static constexpr int NickColumnWidth = 120;
     // Space kept between a column's text and the column border.
     static constexpr int ColumnPadding = 2;
+    // Space around the rows.
+    static constexpr int Margin = 4;
+    // At most one update of the scroll range and repaint per this many
+    // milliseconds while rows pour in.
+    static constexpr int FrameIntervalMs = 16;
 
     explicit ChatView(QWidget* parent = nullptr);
     ~ChatView() override;
@@ -41,63 +47,152 @@ public:
     void setNickColumnVisible(bool visible);
     bool isNickColumnVisible() const { return m_nickColumn; }
 
-    // At most one layout and repaint of new rows per this many milliseconds.
-    static constexpr int FrameIntervalMs = 16;
-
-    // Starts a new row at the end of the document and returns a cursor in it,
-    // positioned at the start of the row. The first call on an empty document
-    // leaves the document's first block empty.
-    //
-    // New rows are not laid out one by one: they collect in one edit block of
-    // the document, which is closed (the rows laid out, the view scrolled to
-    // the last one) once control is back in the event loop, and no sooner
-    // than FrameIntervalMs after the previous close. A single row therefore
-    // shows at once, and a flood of rows shows frame by frame.
-    QTextCursor appendRow();
-
     // Appends one row of a buffer: the timestamp, the sender in its colour
     // (grey and italic for the user's own rows while away) and the text with
     // its links; grey for status rows. Without the nick column the sender is
     // not shown.
     void appendLine(const QString& timestamp, const BufferLine& line);
+    // Removes the oldest rows until at most `rows` remain (0: no limit).
+    void trimTo(qsizetype rows);
+    // Removes every row.
+    void clearMessages();
+    // Number of message rows (the empty first row is not counted).
+    int rowCount() const { return int(m_lines.size()); }
 
-    // Explicit batches; they nest. No flush happens between the outermost
-    // begin and end; the end schedules one.
+    // What a row shows: the timestamp, the nick as shown in the nick column,
+    // the message column's text and the row's flags (BufferLine::Flag).
+    struct RowContent
+    {
+        QString timestamp;
+        QString nick;
+        QString message;
+        quint8 flags = 0;
+        QList<IrcText::LinkSegment> links; // indexes into message
+    };
+    RowContent row(int index) const;
+    // The row as plain text: "[time] <nick> text" ("[time] text" without a nick).
+    QString rowPlainText(int index) const;
+    // The row as laid out: timestamp, tab, nick, two spaces and a tab, message
+    // (without a nick column: timestamp, tab, message), and the format its
+    // character at position is drawn with.
+    QString rowText(int index) const;
+    QTextCharFormat formatAt(int index, int position) const;
+
+    // Explicit batches; they nest. No update of the view happens between the
+    // outermost begin and end; the end schedules one.
     void beginBatch();
     void endBatch();
-    // Whether rows are waiting to be laid out.
-    bool inBatch() const { return m_editBlockOpen; }
-
-    // Lays out the waiting rows and scrolls to the last one now (unless an
+    // Whether appended rows wait for the next update of the view.
+    bool inBatch() const { return m_pending; }
+    // Updates the scroll range and follows the last row now (unless an
     // explicit batch is open).
     void flushBatch();
 
-    // Removes every row (the first, empty block stays).
-    void clearMessages();
-
-    // Number of message rows (the empty first block is not counted).
-    int rowCount() const;
-
-    // X coordinate (in document coordinates) of the rule right of the nick column.
+    // X coordinate (in viewport coordinates) of the rule right of the nick column.
     qreal ruleX() const;
+
+    // Selection, in rows and positions of their laid-out text.
+    bool hasSelection() const;
+    QString selectedText() const;
+    void selectAll();
+    void clearSelection();
+    void copy() const;
+
+    // Scrolling.
+    bool isAtEnd() const { return m_follow; }
+    void scrollToEnd();
+    void scrollToRow(int index);
+    // The first message row (partly) visible; -1 when none.
+    int firstVisibleRow() const;
+    // The link under a point of the viewport, or an empty string.
+    QString linkAt(const QPoint& point) const;
 
 protected:
     void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    void changeEvent(QEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+    void mouseDoubleClickEvent(QMouseEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void contextMenuEvent(QContextMenuEvent* event) override;
+    void scrollContentsBy(int dx, int dy) override;
 
 private:
-    void requestFlush();
-    void openEditBlock();
-    void closeEditBlock();
-    void scrollToEnd();
-    void updateRowFormat();
+    // A laid-out row. View rows: 0 is the empty first row, row i + 1 shows
+    // message row i.
+    struct Layout
+    {
+        QTextLayout layout;
+        QString text; // what is laid out: timestamp, tab, nick, tab, message
+        int messageStart = 0; // index of the message column in text
+        int nickStart = 0;
+        int nickEnd = 0;
+        QList<IrcText::LinkSegment> links; // indexes into text
+        qreal height = 0;
+    };
+    // A place in the view: a view row and a position in its laid-out text.
+    struct Position
+    {
+        int row = -1;
+        int pos = 0;
+        bool operator<(const Position& other) const
+        {
+            return row < other.row || (row == other.row && pos < other.pos);
+        }
+        bool operator==(const Position& other) const { return row == other.row && pos == other.pos; }
+    };
+    // A view row as painted: its layout and its top on the viewport.
+    struct Placed
+    {
+        int row;
+        qreal top;
+        const Layout* layout;
+    };
 
-    QTextCursor m_cursor;
-    QTextBlockFormat m_rowFormat;
-    int m_batchDepth = 0;
-    QTimer* m_flushTimer = nullptr;
-    QElapsedTimer m_sinceFlush;
-    bool m_editBlockOpen = false;
+    int viewRows() const { return rowCount() + 1; }
+    const Layout* layoutOf(int viewRow) const;
+    qreal rowHeight(int viewRow) const;
+    qreal textWidth() const;
+    QTextOption textOption() const;
+    void invalidateLayouts();
+    // The rows on screen, top to bottom.
+    QList<Placed> placedRows() const;
+    // The top row of the view scrolled to the end.
+    int lastTopRow() const;
+    void updateScrollRange();
+    void requestUpdate();
+    Position positionAt(const QPoint& point) const;
+    QString linkIn(const Layout* layout, int pos) const;
+    QString plainText(int viewRow) const;
+    void showContextMenu(const QPoint& globalPos);
+
+    LineStore m_lines;
+    // The timestamp text of each row, as an index into m_stamps (rows of the
+    // same second share one text).
+    QList<quint32> m_stampOf;
+    QStringList m_stamps;
+
+    mutable QCache<int, Layout> m_layouts;
+    mutable qreal m_layoutWidth = -1;
     bool m_nickColumn = true;
-    // The view shows the end of the document (and keeps doing so).
-    bool m_followsEnd = true;
+
+    // Scrolling: the view shows the last row (and keeps doing so), or shows
+    // m_topRow at its top.
+    bool m_follow = true;
+    int m_topRow = 0;
+    bool m_settingScroll = false;
+
+    // Updates: rows appended since the last one, explicit batches open.
+    bool m_pending = false;
+    int m_batchDepth = 0;
+    QTimer* m_updateTimer = nullptr;
+    qint64 m_lastUpdateMs = -1;
+
+    // Selection from anchor to cursor (either order); none while anchor.row < 0.
+    Position m_anchor;
+    Position m_cursor;
+    bool m_selecting = false;
+    QString m_pressedLink;
 };

@@ -218,15 +218,15 @@ void MainWindow::applyChatBackground()
     QString sheet;
     if (!prefs.chatBgImage.isEmpty()) {
         if (QUrl::fromLocalFile(prefs.chatBgImage).isValid())
-            sheet = QStringLiteral("QTextBrowser {   border: 1px solid %1;   background-color: white;   "
+            sheet = QStringLiteral("ChatView {   border: 1px solid %1;   background-color: white;   "
                                    "border-image: url(\"%2\") 0 0 0 0 stretch stretch; }")
                         .arg(border, prefs.chatBgImage);
         else
-            sheet = QStringLiteral("QTextBrowser {   border: 1px solid %1;   background-color: white;   "
+            sheet = QStringLiteral("ChatView {   border: 1px solid %1;   background-color: white;   "
                                    "border-image: none; }")
                         .arg(border);
     } else {
-        sheet = QStringLiteral("QTextBrowser {   border: 1px solid %1;   background-color: %2;   "
+        sheet = QStringLiteral("ChatView {   border: 1px solid %1;   background-color: %2;   "
                                "border-image: none; }")
                     .arg(border, background.name());
     }

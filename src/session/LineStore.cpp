@@ -23,11 +23,27 @@ void LineStore::append(const BufferLine& line)
     ++m_count;
 }
 
+void LineStore::removeFirst(qsizetype rows)
+{
+    m_dropped += qBound<qsizetype>(0, rows, size());
+    while (m_dropped >= RowsPerBlock && m_blocks.size() > 1) {
+        m_blocks.removeFirst();
+        m_dropped -= RowsPerBlock;
+        m_count -= RowsPerBlock;
+    }
+}
+
+void LineStore::clear()
+{
+    *this = LineStore();
+}
+
 BufferLine LineStore::at(qsizetype index) const
 {
     BufferLine line;
-    if (index < 0 || index >= m_count)
+    if (index < 0 || index >= size())
         return line;
+    index += m_dropped;
     const Block& block = m_blocks.at(index / RowsPerBlock);
     const Row& row = block.rows.at(index % RowsPerBlock);
     line.time = row.time;

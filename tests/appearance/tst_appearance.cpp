@@ -156,7 +156,7 @@ private slots:
         };
 
         row("global", "dark", "QMainWindow", "background-color", "#2E2E2E");
-        row("global", "dark", "QTextBrowser", "background-color", "#1E1E1E");
+        row("global", "dark", "ChatView", "background-color", "#1E1E1E");
         row("global", "dark", "QTreeView#channelList", "alternate-background-color", "#252525");
         row("global", "dark", "QLabel#topicLabel", "color", "#DDDDDD");
         row("global", "light", "QMainWindow", "color", "#333333");

@@ -1,4 +1,5 @@
 #include "ChannelListModel.h"
+#include "ChatRows.h"
 #include "ChatView.h"
 #include "IRCConnection.h"
 #include "MainWindow.h"
@@ -29,9 +30,8 @@ QStringList names(const ChannelListModel& model)
 QStringList serverRows(MainWindow* window)
 {
     QStringList rows;
-    const QTextDocument* document = window->tabs.value("Server").chatView->document();
-    for (QTextBlock block = document->begin(); block.isValid(); block = block.next())
-        rows << block.text().section(QLatin1Char('\t'), -1);
+    for (const QString& row : chatRows(window->tabs.value("Server").chatView))
+        rows << row.section(QLatin1Char('\t'), -1);
     return rows;
 }
 

@@ -1,6 +1,7 @@
 // The window's own dialogs and popups: away and nickname, the emoji popup of
 // the input line, and the topic strip with its editor.
 
+#include "ChatRows.h"
 #include "ChatView.h"
 #include "EditTopicDialog.h"
 #include "EmojiPicker.h"
@@ -32,11 +33,7 @@ namespace {
 // The message column of every row of a tab.
 QStringList messages(MainWindow* window, const QString& tab)
 {
-    QStringList rows;
-    const ChatView* view = window->tabs.value(tab).chatView;
-    for (QTextBlock block = view->document()->begin(); block.isValid(); block = block.next())
-        rows << block.text().section(QLatin1Char('\t'), -1).trimmed();
-    return rows;
+    return chatMessages(window->tabs.value(tab).chatView);
 }
 
 // Answers the next away or nickname dialog: types `text` into its field and

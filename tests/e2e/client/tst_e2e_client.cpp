@@ -4,6 +4,7 @@
 // and the topic editor.
 
 #include "ChannelListModel.h"
+#include "ChatRows.h"
 #include "ChatView.h"
 #include "ConnectDialog.h"
 #include "EditTopicDialog.h"
@@ -87,7 +88,7 @@ private:
         const ChatView* view = w->tabs.value(tab).chatView;
         if (!view)
             return result;
-        for (const QString& line : view->document()->toPlainText().split(QLatin1Char('\n'))) {
+        for (const QString& line : chatRows(view)) {
             const QStringList columns = line.split(QLatin1Char('\t'));
             if (columns.size() == 2) {
                 result << columns.at(1);
