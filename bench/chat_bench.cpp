@@ -33,7 +33,7 @@
 #include <QApplication>
 #include <QListWidget>
 #include <QRandomGenerator>
-#include <QTextDocument>
+#include <QScrollBar>
 
 #include <algorithm>
 
@@ -314,5 +314,19 @@ int main(int argc, char* argv[])
     result("chat_row_end_us.cpu", endCpu, "us");
     result("chat_row_ratio", endWall / startWall, "x");
     result("chat_row_ratio.cpu", endCpu / startCpu, "x");
+
+    // (e) scrolled back to row 50,000: one full screen laid out and painted
+    // (nothing of it laid out before), at five places around it.
+    ChatView* chat = growth.chatView();
+    QList<double> paints;
+    for (int k = 0; k < 5; ++k) {
+        chat->scrollToRow(qMin(rows / 2, chat->rowCount() - 1) + k * 200);
+        clocks.start();
+        chat->viewport()->repaint();
+        paints << clocks.wallMs();
+    }
+    std::printf("(e) a full screen of rows painted at row 50,000: %.2f ms (median of 5 places)\n",
+        median(paints, 0, paints.size()));
+    result("chat_paint_ms", median(paints, 0, paints.size()), "ms");
     return 0;
 }

@@ -159,6 +159,7 @@ void MainWindow::loadPreferences()
         prefs.chatFontChosen = true;
     prefs.timestampFormat = settings.value(QStringLiteral("timestampFormat"), QStringLiteral("[HH:mm:ss]")).toString();
     prefs.emojiSize = settings.value(QStringLiteral("emojiSize"), 20).toInt();
+    prefs.scrollbackLines = qMax(0, settings.value(QStringLiteral("scrollbackLines"), 0).toInt());
     prefs.logEnabled = settings.value(QStringLiteral("logEnabled"), false).toBool();
     prefs.logPath = settings.value(QStringLiteral("logPath")).toString();
     prefs.chatBgImage = settings.value(QStringLiteral("chatBgImage")).toString();

@@ -182,6 +182,10 @@ void MainWindow::onLineAdded(const QString& buffer, const BufferLine& line)
         m_batchViews.append(view);
     }
     view->appendLine(timestampText(line.time), line);
+    if (prefs.scrollbackLines > 0) {
+        view->trimTo(prefs.scrollbackLines);
+        m_session->trimBuffer(buffer, prefs.scrollbackLines);
+    }
 
     if (!line.is(BufferLine::Mention))
         return;

@@ -172,6 +172,12 @@ QWidget* PreferencesDialog::buildChatPage()
     completionMinSpin = newSpinBox(1, 10, 1, QStringLiteral("prefsSpinBox"), page);
     form->addRow(tr("Min prefix length:"), completionMinSpin);
 
+    scrollbackSpin = newSpinBox(
+        0, 10000000, m_host->chatPreferences().scrollbackLines, QStringLiteral("prefsWideSpin"), page);
+    scrollbackSpin->setSpecialValueText(tr("Unlimited"));
+    scrollbackSpin->setSingleStep(1000);
+    form->addRow(tr("Scrollback lines:"), scrollbackSpin);
+
     logCheck = new QCheckBox(tr("Enable logging"), page);
     logCheck->setChecked(m_host->chatPreferences().logEnabled);
     form->addRow(logCheck);
@@ -312,6 +318,7 @@ void PreferencesDialog::saveAndApply()
 
     prefs.timestampFormat = tsCombo->currentText();
     prefs.emojiSize = emojiSpin->value();
+    prefs.scrollbackLines = scrollbackSpin->value();
     prefs.logEnabled = logCheck->isChecked();
     prefs.logPath = logPathEdit->text().trimmed();
     prefs.chatBgImage = m_selectedBgImage;
@@ -330,6 +337,7 @@ void PreferencesDialog::saveAndApply()
     settings.setValue(QStringLiteral("chatFont"), prefs.chatFont.toString());
     settings.setValue(QStringLiteral("timestampFormat"), prefs.timestampFormat);
     settings.setValue(QStringLiteral("emojiSize"), prefs.emojiSize);
+    settings.setValue(QStringLiteral("scrollbackLines"), prefs.scrollbackLines);
     settings.setValue(QStringLiteral("logEnabled"), prefs.logEnabled);
     settings.setValue(QStringLiteral("logPath"), prefs.logPath);
     settings.setValue(QStringLiteral("chatBgImage"), prefs.chatBgImage);

@@ -60,6 +60,7 @@ private:
     QCheckBox* openNewTabCheck = nullptr;
     QLineEdit* completionSuffixEdit = nullptr;
     QSpinBox* completionMinSpin = nullptr;
+    QSpinBox* scrollbackSpin = nullptr;
     QCheckBox* logCheck = nullptr;
     QLineEdit* logPathEdit = nullptr;
     QCheckBox* highlightCheck = nullptr;

@@ -16,6 +16,8 @@ struct ChatPreferences
     // until then the views keep the member list's font.
     bool chatFontChosen = false;
     int emojiSize = 20;
+    // Rows kept per conversation; 0 keeps them all.
+    int scrollbackLines = 0;
     // Connection.
     bool autoReconnect = true;
     int reconnectDelay = 10;

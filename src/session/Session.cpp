@@ -203,6 +203,13 @@ void Session::markRead(const QString& name)
     it->mentioned = false;
 }
 
+void Session::trimBuffer(const QString& name, qsizetype rows)
+{
+    const auto it = m_buffers.find(name);
+    if (it != m_buffers.end() && rows > 0 && it->lines.size() > rows)
+        it->lines.removeFirst(it->lines.size() - rows);
+}
+
 QString Session::findQuery(const QString& nick) const
 {
     for (auto it = m_buffers.cbegin(); it != m_buffers.cend(); ++it) {

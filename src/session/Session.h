@@ -118,6 +118,8 @@ public:
     int unreadCount(const QString& name) const;
     bool hasUnreadMention(const QString& name) const;
     void markRead(const QString& name);
+    // Forgets the oldest rows of a buffer beyond the newest `rows`.
+    void trimBuffer(const QString& name, qsizetype rows);
     // The query buffer of nick (case ignored), or an empty string.
     QString findQuery(const QString& nick) const;
     // Opens the buffer if it is not open; true when it was opened now.

@@ -161,7 +161,7 @@ private slots:
         QVERIFY(closeWith(window.open(), QDialogButtonBox::Ok));
         QCOMPARE(storedPairs(),
             sorted({ "theme=dark", "chatFont=" + QFont().toString(), "timestampFormat=[HH:mm:ss]",
-                "emojiSize=20", "logEnabled=false",
+                "emojiSize=20", "scrollbackLines=0", "logEnabled=false",
                 "logPath=", "chatBgImage=", "chatBgColor=", "autoReconnect=true", "reconnectDelay=10",
                 "reconnectAttempts=0", "pingInterval=60", "pingTimeout=45", "acceptInvalidSsl=false" }));
         QCOMPARE(window.main->currentTheme, QStringLiteral("dark"));
@@ -174,7 +174,7 @@ private slots:
     {
         const QString font = QFont(QFontDatabase::families().value(0), 15).toString();
         const QStringList pairs = sorted({ "theme=glass", "chatFont=" + font, "timestampFormat=[hh:mm:ss AP]",
-            "emojiSize=33", "logEnabled=true", "logPath=/var/log/quenvar", "chatBgImage=/pics/a b.png",
+            "emojiSize=33", "scrollbackLines=5000", "logEnabled=true", "logPath=/var/log/quenvar", "chatBgImage=/pics/a b.png",
             "chatBgColor=#123456", "autoReconnect=false", "reconnectDelay=250", "reconnectAttempts=7",
             "pingInterval=500", "pingTimeout=100", "acceptInvalidSsl=true" });
         QSettings settings;
@@ -196,6 +196,7 @@ private slots:
         PreferencesDialog* dialog = window.open();
         control<QComboBox>(dialog, "Timestamp:")->setCurrentText("hh:mm");
         control<QSpinBox>(dialog, "Emoji size:")->setValue(40);
+        control<QSpinBox>(dialog, "Scrollback lines:")->setValue(2000);
         control<QCheckBox>(dialog, "Enable logging")->setChecked(true);
         logPathEdit(dialog)->setText("  /tmp/irc logs  ");
         control<QCheckBox>(dialog, "Auto-reconnect on disconnect")->setChecked(false);
@@ -208,7 +209,7 @@ private slots:
 
         QCOMPARE(storedPairs(),
             sorted({ "theme=light", "chatFont=" + QFont().toString(), "timestampFormat=hh:mm", "emojiSize=40",
-                "logEnabled=true", "logPath=/tmp/irc logs",
+                "scrollbackLines=2000", "logEnabled=true", "logPath=/tmp/irc logs",
                 "chatBgImage=", "chatBgColor=", "autoReconnect=false", "reconnectDelay=30",
                 "reconnectAttempts=5", "pingInterval=120", "pingTimeout=20", "acceptInvalidSsl=true" }));
     }
