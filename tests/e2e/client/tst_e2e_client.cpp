@@ -26,7 +26,10 @@
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QSettings>
+#include <QElapsedTimer>
+#include <QFile>
 #include <QTest>
+#include <QTimer>
 #include <QTextDocument>
 #include <QTextEdit>
 
@@ -421,6 +424,45 @@ private slots:
         type("/raw NAMES #topic");
         QTRY_VERIFY_WITH_TIMEOUT(!w->session()->isOperator("#topic"), kTimeout);
         QVERIFY(w->tabs.value("#topic").editTopicBtn->isHidden());
+    }
+
+    // 300 new senders at once: 50 conversations open, the other first
+    // messages are listed in the server tab; the window keeps answering and
+    // its memory stays bounded.
+    void privateMessageFlood()
+    {
+        QList<RawIrcClient*> senders;
+        for (int i = 0; i < 300; ++i)
+            senders << user(QStringLiteral("flood%1").arg(i));
+        QVERIFY(connectAs("floodme", senders));
+        const auto rssKb = [] {
+            QFile status(QStringLiteral("/proc/self/status"));
+            if (!status.open(QIODevice::ReadOnly))
+                return 0L;
+            const QByteArray text = status.readAll();
+            const qsizetype at = text.indexOf("VmRSS:");
+            return at < 0 ? 0L : text.mid(at + 6, text.indexOf('\n', at) - at - 6).trimmed().split(' ').value(0).toLong();
+        };
+        const long rssBefore = rssKb();
+        QElapsedTimer sinceTick;
+        qint64 longestGap = 0;
+        QTimer ticker;
+        connect(&ticker, &QTimer::timeout, this, [&] { longestGap = qMax(longestGap, sinceTick.restart()); });
+        ticker.start(10);
+        sinceTick.start();
+
+        for (RawIrcClient* sender : std::as_const(senders))
+            sender->sendLine(QStringLiteral("PRIVMSG floodme :are you there?"));
+        QVERIFY(QTest::qWaitFor(
+            [&] { return rows("Server").filter(QStringLiteral("> are you there?")).size() == 250; }, 60000));
+        ticker.stop();
+        int queries = 0;
+        for (auto it = w->tabs.cbegin(); it != w->tabs.cend(); ++it)
+            queries += it.key().startsWith(QLatin1String("flood")) ? 1 : 0;
+        QCOMPARE(queries, Session::QueryBurstLimit);
+        QCOMPARE(rows("Server").filter(QStringLiteral("*** Many new private conversations")).size(), 1);
+        QVERIFY2(longestGap < 2000, qPrintable(QString::number(longestGap)));
+        QVERIFY2(rssKb() - rssBefore < 100 * 1024, qPrintable(QString::number(rssKb() - rssBefore)));
     }
 };
 
