@@ -133,6 +133,8 @@ public:
     // The chosen chat font, else the member list's.
     QFont currentChatFont() const;
     void applyChatBackground() override;
+    // The chat background on one view (a new tab's).
+    void applyChatBackground(ChatView* view);
     ChatPreferences& chatPreferences() override { return prefs; }
     QString theme() const override { return currentTheme; }
 

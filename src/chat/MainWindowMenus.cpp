@@ -206,6 +206,14 @@ void MainWindow::applyChatFont()
 
 void MainWindow::applyChatBackground()
 {
+    for (const TabInfo& info : std::as_const(tabs)) {
+        if (info.chatView)
+            applyChatBackground(info.chatView);
+    }
+}
+
+void MainWindow::applyChatBackground(ChatView* view)
+{
     const bool dark = currentTheme == QLatin1String("dark");
     const QString border = dark ? QStringLiteral("#555") : QStringLiteral("#ccc");
     QColor background;
@@ -239,19 +247,14 @@ void MainWindow::applyChatBackground()
         "QScrollBar::add-line:vertical, QScrollBar::sub-line:vertical,"
         "QScrollBar::add-line:horizontal, QScrollBar::sub-line:horizontal { border: none; background: none; }");
 
-    for (const TabInfo& info : std::as_const(tabs)) {
-        ChatView* view = info.chatView;
-        if (!view)
-            continue;
-        QPalette palette = view->palette();
-        palette.setColor(QPalette::Base, background);
-        palette.setColor(QPalette::Window, background);
-        view->setPalette(palette);
-        view->setAutoFillBackground(true);
-        if (view->styleSheet() != sheet)
-            view->setStyleSheet(sheet);
-        view->viewport()->update();
-    }
+    QPalette palette = view->palette();
+    palette.setColor(QPalette::Base, background);
+    palette.setColor(QPalette::Window, background);
+    view->setPalette(palette);
+    view->setAutoFillBackground(true);
+    if (view->styleSheet() != sheet)
+        view->setStyleSheet(sheet);
+    view->viewport()->update();
 }
 
 // --- Tray and notifications ------------------------------------------------------------

@@ -116,7 +116,9 @@ void MainWindow::onBufferOpened(const QString& buffer)
         return;
     const bool isChannel = buffer.startsWith(QLatin1Char('#'));
     QWidget* page = createChannelTab(buffer, isChannel);
-    registerTab(buffer, page);
+    const TabInfo& info = registerTab(buffer, page);
+    if (info.chatView)
+        applyChatBackground(info.chatView);
     if (isChannel) {
         updateTopicLabel(buffer);
         updateTopicEditButton(buffer);
@@ -124,7 +126,6 @@ void MainWindow::onBufferOpened(const QString& buffer)
     // While the user looks at the server tab, a new conversation comes to the front.
     if (currentTabName == ServerTab)
         tabWidget->setCurrentWidget(page);
-    applyChatBackground();
 }
 
 void MainWindow::onBufferRenamed(const QString& oldName, const QString& newName)
