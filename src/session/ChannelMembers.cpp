@@ -11,134 +11,162 @@ QString ChannelMembers::key(const QString& storedName)
 
 void ChannelMembers::reset(const QStringList& rankOrdered)
 {
-    m_names = rankOrdered;
-    m_joinOrdered = false;
+    m_entries.clear();
+    m_sortKeys.clear();
     m_renamed.clear();
-    m_counts.clear();
-    m_indexedSize = -1;
+    m_at.clear();
+    m_live = 0;
+    m_entries.reserve(rankOrdered.size());
+    for (const QString& name : rankOrdered)
+        add(name);
+    m_joinOrdered = false;
+    m_namesValid = false;
 }
 
-void ChannelMembers::ensureIndex() const
+void ChannelMembers::add(const QString& storedName)
 {
-    if (m_indexedSize == m_names.size())
-        return;
-    m_counts.clear();
-    m_counts.reserve(m_names.size());
-    for (const QString& name : m_names)
-        ++m_counts[key(name)];
-    m_indexedSize = m_names.size();
+    m_at[key(storedName)].append(m_entries.size());
+    m_entries.append(storedName);
+    m_sortKeys.append(storedName);
+    ++m_live;
 }
 
-void ChannelMembers::index(const QString& storedName, int delta)
+// Drops the holes once they outnumber the members.
+void ChannelMembers::sweep()
 {
-    // Called right after the change to the list.
-    if (m_indexedSize < 0)
+    const qsizetype holes = m_entries.size() - m_live;
+    if (holes < 1024 || holes < m_live)
         return;
-    const QString k = key(storedName);
-    int& count = m_counts[k];
-    count += delta;
-    if (count <= 0)
-        m_counts.remove(k);
-    m_indexedSize += delta;
+    const QStringList entries = m_entries;
+    const QStringList keys = m_sortKeys;
+    m_entries.clear();
+    m_sortKeys.clear();
+    m_renamed.clear();
+    m_at.clear();
+    m_live = 0;
+    for (qsizetype i = 0; i < entries.size(); ++i) {
+        if (entries.at(i).isNull())
+            continue;
+        if (keys.at(i) != entries.at(i))
+            m_renamed.append(m_entries.size());
+        add(entries.at(i));
+        m_sortKeys.last() = keys.at(i);
+    }
+}
+
+QStringList ChannelMembers::names() const
+{
+    if (m_namesValid)
+        return m_names;
+    QList<qsizetype> order;
+    order.reserve(m_live);
+    for (qsizetype i = 0; i < m_entries.size(); ++i) {
+        if (!m_entries.at(i).isNull())
+            order.append(i);
+    }
+    if (m_joinOrdered) {
+        std::stable_sort(order.begin(), order.end(), [this](qsizetype a, qsizetype b) {
+            return MemberList::lessCaseInsensitive(m_sortKeys.at(a), m_sortKeys.at(b));
+        });
+    }
+    m_names.clear();
+    m_names.reserve(m_live);
+    for (const qsizetype i : std::as_const(order))
+        m_names.append(m_entries.at(i));
+    m_namesValid = true;
+    return m_names;
 }
 
 bool ChannelMembers::contains(const QString& nick) const
 {
-    ensureIndex();
-    return m_counts.value(nick.toCaseFolded()) > 0;
-}
-
-QList<qsizetype> ChannelMembers::positions(const QString& nick) const
-{
-    QList<qsizetype> found;
-    if (!contains(nick))
-        return found;
-    if (m_joinOrdered && m_renamed.isEmpty()) {
-        // In join order: the entries of nick sit under each of the symbols.
-        const auto less = [](const QString& a, const QString& b) { return MemberList::lessCaseInsensitive(a, b); };
-        static const QStringList symbols { QString(), QStringLiteral("~"), QStringLiteral("&"), QStringLiteral("@"),
-            QStringLiteral("%"), QStringLiteral("+") };
-        for (const QString& symbol : symbols) {
-            const QString probe = symbol + nick;
-            const auto range = std::equal_range(m_names.cbegin(), m_names.cend(), probe, less);
-            for (auto it = range.first; it != range.second; ++it) {
-                if (MemberList::stripModePrefix(QStringView(*it)).compare(nick, Qt::CaseInsensitive) == 0)
-                    found.append(it - m_names.cbegin());
-            }
-        }
-        std::sort(found.begin(), found.end());
-        found.erase(std::unique(found.begin(), found.end()), found.end());
-        return found;
-    }
-    for (qsizetype i = 0; i < m_names.size(); ++i) {
-        const QStringView bare = MemberList::stripModePrefix(QStringView(m_names.at(i)));
-        if (bare.size() == nick.size() && bare.compare(nick, Qt::CaseInsensitive) == 0)
-            found.append(i);
-    }
-    return found;
+    return m_at.contains(nick.toCaseFolded());
 }
 
 bool ChannelMembers::join(const QString& nick)
 {
-    bool added;
-    if (m_joinOrdered) {
-        // Renamed entries move to their places, then a binary search finds
-        // both an equal entry and the insertion place.
-        MemberList::restoreJoinOrder(m_names, m_renamed);
-        m_renamed.clear();
-        added = MemberList::insertIntoJoinOrder(m_names, nick);
-    } else {
-        // Still in the rank order of a NAMES reply: sorted once here (even
-        // when the nick is there already).
-        added = MemberList::addJoinedMember(m_names, nick);
-        if (!added)
-            std::stable_sort(m_names.begin(), m_names.end(),
-                [](const QString& a, const QString& b) { return MemberList::lessCaseInsensitive(a, b); });
+    // From the first join on, the list reads in join order (even when the
+    // nick is there already).
+    if (!m_joinOrdered) {
         m_joinOrdered = true;
-        m_renamed.clear();
+        m_namesValid = false;
     }
-    if (added)
-        index(nick, +1);
-    return added;
+    // Entries renamed since the last join move to their places now.
+    if (!m_renamed.isEmpty()) {
+        for (const qsizetype position : std::as_const(m_renamed)) {
+            if (!m_entries.at(position).isNull())
+                m_sortKeys[position] = m_entries.at(position);
+        }
+        m_renamed.clear();
+        m_namesValid = false;
+    }
+    const auto found = m_at.constFind(key(nick));
+    if (found != m_at.cend()) {
+        for (const qsizetype position : *found) {
+            if (m_entries.at(position).compare(nick, Qt::CaseInsensitive) == 0)
+                return false;
+        }
+    }
+    add(nick);
+    m_namesValid = false;
+    return true;
 }
 
 QStringList ChannelMembers::remove(const QString& nick)
 {
     QStringList removed;
-    const QList<qsizetype> found = positions(nick);
-    for (auto it = found.crbegin(); it != found.crend(); ++it) {
-        removed.append(m_names.takeAt(*it));
-        index(removed.last(), -1);
+    const auto found = m_at.find(nick.toCaseFolded());
+    if (found == m_at.end())
+        return removed;
+    const QList<qsizetype> positions = *found;
+    m_at.erase(found);
+    for (auto it = positions.crbegin(); it != positions.crend(); ++it) {
+        removed.append(m_entries.at(*it));
+        m_entries[*it] = QString();
+        m_sortKeys[*it] = QString();
+        --m_live;
     }
+    m_namesValid = false;
+    sweep();
     return removed;
 }
 
 QList<QPair<QString, QString>> ChannelMembers::rename(const QString& oldNick, const QString& newNick)
 {
     QList<QPair<QString, QString>> renamed;
-    for (const qsizetype position : positions(oldNick)) {
-        const QString name = m_names.at(position);
+    const QString oldKey = oldNick.toCaseFolded();
+    const auto found = m_at.find(oldKey);
+    if (found == m_at.end())
+        return renamed;
+    const QList<qsizetype> positions = *found;
+    m_at.erase(found);
+    for (const qsizetype position : positions) {
+        const QString name = m_entries.at(position);
         const QStringView bare = MemberList::stripModePrefix(QStringView(name));
         const QString now = name.left(name.size() - bare.size()) + newNick;
-        m_names[position] = now;
-        index(name, -1);
-        index(now, +1);
-        // The renamed entry may sit out of join order now.
-        if (m_joinOrdered) {
-            m_renamed.removeAll(name);
-            m_renamed.append(now);
-        }
+        m_entries[position] = now;
+        m_renamed.append(position);
         renamed.append({ name, now });
     }
+    QList<qsizetype>& target = m_at[key(newNick)];
+    target += positions;
+    std::sort(target.begin(), target.end());
+    m_namesValid = false;
     return renamed;
 }
 
 bool ChannelMembers::isOperator(const QString& ownNick) const
 {
-    for (const qsizetype position : positions(ownNick)) {
-        const QString& name = m_names.at(position);
-        if (MemberList::stripModePrefix(QStringView(name)) == ownNick)
-            return MemberList::isOperatorEntry(name);
+    const auto found = m_at.constFind(ownNick.toCaseFolded());
+    if (found == m_at.cend())
+        return false;
+    // The first one as listed: in join order the smallest, ties by arrival.
+    const QString* first = nullptr;
+    for (const qsizetype position : *found) {
+        const QString& name = m_entries.at(position);
+        if (MemberList::stripModePrefix(QStringView(name)) != ownNick)
+            continue;
+        if (!first || (m_joinOrdered && MemberList::lessCaseInsensitive(name, *first)))
+            first = &name;
     }
-    return false;
+    return first && MemberList::isOperatorEntry(*first);
 }

@@ -9,26 +9,28 @@
 // The members of one channel as the server named them (with at most one mode
 // symbol), kept cheap under floods of joins, parts, quits and nick changes.
 //
-// After a NAMES reply the list is in rank order; the first join sorts it once
-// into join order (case-insensitive as stored), after which every further join
-// is one binary insertion. A nick change renames entries in place and notes
-// them, so that the next join moves them to their places first. A count per
-// folded nick answers "is this nick here?" without walking the list.
+// After a NAMES reply the members are in its rank order. From the first join
+// on they are listed in join order: sorted case-insensitively as stored, ties
+// in the order they came; an entry renamed since the last join keeps its
+// place until the next join. Every change is O(1): entries stay where they
+// came (a removed one leaves a hole until enough holes are swept out), an
+// index by folded nick finds them, and the join order is sorted only when the
+// list is read.
 class ChannelMembers
 {
 public:
     // The members from a finished NAMES reply, already sorted by rank.
     void reset(const QStringList& rankOrdered);
 
-    const QStringList& names() const { return m_names; }
-    qsizetype size() const { return m_names.size(); }
+    // The members in their order (rank order until the first join, then join order).
+    QStringList names() const;
+    qsizetype size() const { return m_live; }
 
     // Whether an entry of nick (symbol ignored, case ignored) is here.
     bool contains(const QString& nick) const;
-    // Positions of the entries of nick (symbol and case ignored), ascending.
-    QList<qsizetype> positions(const QString& nick) const;
 
-    // Adds a joined nick unless it is here already; whether it was added.
+    // Adds a joined nick unless an entry equal to it (case ignored) is here;
+    // whether it was added.
     bool join(const QString& nick);
     // Removes every entry of nick; the stored names removed, last first.
     QStringList remove(const QString& nick);
@@ -36,22 +38,21 @@ public:
     // stored names (before, after).
     QList<QPair<QString, QString>> rename(const QString& oldNick, const QString& newNick);
 
-    // Whether the first entry that is exactly ownNick (case-sensitive, symbol
-    // ignored) carries operator rights.
+    // Whether the first listed entry that is exactly ownNick (case-sensitive,
+    // symbol ignored) carries operator rights.
     bool isOperator(const QString& ownNick) const;
 
 private:
-    void index(const QString& storedName, int delta);
-    void ensureIndex() const;
     static QString key(const QString& storedName);
+    void add(const QString& storedName);
+    void sweep();
 
-    QStringList m_names;
-    // In join order since a join (until the next NAMES reply).
+    QStringList m_entries; // in the order they came; a removed entry is a null string
+    QStringList m_sortKeys; // per entry, the name it is sorted by in join order
+    QList<qsizetype> m_renamed; // entries renamed since the last join
+    QHash<QString, QList<qsizetype>> m_at; // folded nick -> positions in m_entries, ascending
+    qsizetype m_live = 0;
     bool m_joinOrdered = false;
-    // Entries renamed in place since the last join.
-    QStringList m_renamed;
-    // Per folded nick, how many entries carry it; rebuilt when its total no
-    // longer matches the list.
-    mutable QHash<QString, int> m_counts;
-    mutable qsizetype m_indexedSize = -1;
+    mutable QStringList m_names; // names(), kept until the next change
+    mutable bool m_namesValid = false;
 };
