@@ -66,6 +66,7 @@ IRCConnection::~IRCConnection()
 void IRCConnection::connectToServer(
     const QString& host, quint16 port, const QString& nick, const QString& realName, bool useSsl)
 {
+    m_userHost.clear();
     this->host = host;
     this->port = port;
     this->realName = realName;
@@ -161,9 +162,62 @@ void IRCConnection::partChannel(const QString& channel)
     sendRaw(QStringLiteral("PART ") + channel + QStringLiteral(" :Leaving"));
 }
 
-void IRCConnection::sendPrivmsg(const QString& target, const QString& text)
+QStringList IRCConnection::sendPrivmsg(const QString& target, const QString& text)
 {
-    sendRaw(QStringLiteral("PRIVMSG ") + target + QStringLiteral(" :") + text);
+    const QStringList pieces = splitText(text, messageBudget(target));
+    for (const QString& piece : pieces)
+        sendRaw(QStringLiteral("PRIVMSG ") + target + QStringLiteral(" :") + piece);
+    return pieces;
+}
+
+int IRCConnection::messageBudget(const QString& target) const
+{
+    // user (up to 10) "@" host (up to 63) while the server has not shown it.
+    constexpr int UnknownUserHost = 74;
+    const int prefix = 1 + int(currentNick().toUtf8().size()) + 1
+        + (m_userHost.isEmpty() ? UnknownUserHost : int(m_userHost.toUtf8().size())) + 1;
+    const int command = int(QStringLiteral("PRIVMSG ").size() + target.toUtf8().size() + 2);
+    return qMax(32, MaxLineBytes - 2 - prefix - command);
+}
+
+QStringList IRCConnection::splitText(const QString& text, int maxBytes)
+{
+    QStringList pieces;
+    QString lines = text;
+    lines.replace(QLatin1String("\r\n"), QLatin1String("\n"));
+    lines.replace(QLatin1Char('\r'), QLatin1Char('\n'));
+    const QList<QStringView> parts = QStringView(lines).split(u'\n', Qt::SkipEmptyParts);
+    for (QStringView rest : parts) {
+        while (!rest.isEmpty()) {
+            // How many characters fit, counted in UTF-8 bytes.
+            int bytes = 0;
+            qsizetype fit = 0;
+            while (fit < rest.size()) {
+                const char16_t c = rest.at(fit).unicode();
+                const bool pair = QChar::isHighSurrogate(c) && fit + 1 < rest.size()
+                    && rest.at(fit + 1).isLowSurrogate();
+                const int cost = pair ? 4 : c < 0x80 ? 1 : c < 0x800 ? 2 : 3;
+                if (bytes + cost > maxBytes)
+                    break;
+                bytes += cost;
+                fit += pair ? 2 : 1;
+            }
+            if (fit == rest.size()) {
+                pieces.append(rest.toString());
+                break;
+            }
+            const qsizetype space = rest.left(fit + 1).lastIndexOf(u' ');
+            if (space > 0) {
+                pieces.append(rest.left(space).toString());
+                rest = rest.mid(space + 1);
+            } else {
+                fit = qMax<qsizetype>(fit, 1);
+                pieces.append(rest.left(fit).toString());
+                rest = rest.mid(fit);
+            }
+        }
+    }
+    return pieces;
 }
 
 void IRCConnection::changeNick(const QString& nick)
@@ -348,7 +402,8 @@ void IRCConnection::onConnected()
     keepAliveTimer->start(m_timing.checkIntervalMs);
     disableSleep();
     sendRaw(QStringLiteral("NICK ") + nickName);
-    sendRaw(QStringLiteral("USER ") + nickName + QStringLiteral(" 0 * :") + realName);
+    // An empty real name is refused by servers (461): the nick stands in.
+    sendRaw(QStringLiteral("USER ") + nickName + QStringLiteral(" 0 * :") + (realName.isEmpty() ? nickName : realName));
     emit connected();
 }
 
@@ -461,7 +516,13 @@ void IRCConnection::handleMessage(const IrcMessage& m)
         // A message to us belongs to its sender's conversation.
         emit privmsgReceived(m.source, m.target.startsWith(u'#') ? m.target : m.source, m.text);
         return;
+    case Kind::Notice:
+        if (!m.args.isEmpty())
+            emit noticeReceived(m.source, m.target, m.text);
+        return;
     case Kind::Join:
+        if (m.source == currentNick() && !m.text.isEmpty())
+            m_userHost = m.text;
         emit joinReceived(m.source, m.target);
         if (m.source == currentNick() && !m.target.isEmpty())
             sendRaw(QStringLiteral("NAMES ") + m.target);
@@ -502,7 +563,11 @@ void IRCConnection::handleMessage(const IrcMessage& m)
         emit topicReceived(m.target, m.text);
         return;
     case Kind::NickInUse:
-        tryNextNick();
+        // While registering, the next candidate; afterwards the nick stays.
+        if (m_registered)
+            emit nickRejected(m.target, m.number, m.text);
+        else
+            tryNextNick();
         return;
     case Kind::Welcome:
         emit serverMessage(QStringLiteral("Connected and registered."));

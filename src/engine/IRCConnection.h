@@ -50,7 +50,22 @@ public:
 
     void joinChannel(const QString& channel);
     void partChannel(const QString& channel);
-    void sendPrivmsg(const QString& target, const QString& text);
+    // Sends text to target as PRIVMSG lines: one message per line of text,
+    // each cut to what the server can relay (see splitText); returns the
+    // pieces sent, in order.
+    QStringList sendPrivmsg(const QString& target, const QString& text);
+    // Longest line a server takes, CR LF included.
+    static constexpr int MaxLineBytes = 512;
+    // The lines of text (CR LF, CR or LF end a line; empty lines are
+    // dropped), each cut into pieces of at most maxBytes bytes of UTF-8: at
+    // the last space that fits (the space dropped) or, without one, between
+    // two characters, never inside one.
+    static QStringList splitText(const QString& text, int maxBytes);
+    // The bytes of message text a PRIVMSG to target may carry: what is left
+    // of a line once the server puts ":nick!user@host " in front when it
+    // relays it (user@host as learned from the own join, else as long as a
+    // server allows).
+    int messageBudget(const QString& target) const;
     void changeNick(const QString& nick);
     void sendWhois(const QString& nick);
     void sendWatch(const QString& nick, bool add);
@@ -140,6 +155,12 @@ signals:
     void whoisAwayReceived(const QString& nick, const QString& msg);
     void watchStatus(const QString& nick, const bool& online);
     void ownNickChanged(const QString& newNick);
+    // A NOTICE from a user or a service (notices of the server itself come as
+    // raw lines).
+    void noticeReceived(const QString& from, const QString& target, const QString& text);
+    // After registration the server refused a nick change (432 or 433); the
+    // nick stays as it is.
+    void nickRejected(const QString& nick, int numeric, const QString& reason);
 
 private slots:
     void onConnected();
@@ -164,6 +185,7 @@ private:
     quint16 port = 0;
     QString nickName;
     QString realName;
+    QString m_userHost; // user@host the server shows for us, once seen
     bool useSsl = false;
     QByteArray buffer; // received bytes not yet ended by a line feed
     bool m_registered = false;

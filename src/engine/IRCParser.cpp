@@ -72,9 +72,9 @@ bool split(QStringView line, Message& msg)
         msg.command = line.mid(pos, commandEnd - pos);
         pos = commandEnd + 1;
     } else {
-        // No parameters: the scan stays put, so the command also reads as
-        // the only middle parameter.
+        // No parameters.
         msg.command = line.mid(pos);
+        pos = length;
     }
     while (pos < length) {
         if (line[pos] == u':') {
@@ -156,8 +156,12 @@ void parseNumeric(int numeric, const Message& msg, const QString& line, QStringV
         m.target = msg.param(1);
         m.text = msg.trailing.toString();
         return;
-    case 433:
+    case 432: // erroneous nickname
+    case 433: // nickname in use
         m.kind = Kind::NickInUse;
+        m.number = numeric;
+        m.target = msg.param(1);
+        m.text = msg.trailing.toString();
         return;
     case 1:
         m.kind = Kind::Welcome;
@@ -278,6 +282,7 @@ IrcMessage IRCParser::parse(const QString& line)
     const char16_t first = command.front().unicode();
     if (first < u'0' || first > u'9') {
         // Named commands; those not listed here stay Ignored.
+        // A command without the parameters it needs stays Ignored.
         if (isCommand(command, QLatin1String("PRIVMSG"))) {
             if (msg.count() >= 1 && !msg.trailing.isEmpty()) {
                 m.kind = Kind::Privmsg;
@@ -285,12 +290,31 @@ IrcMessage IRCParser::parse(const QString& line)
                 m.target = msg.param(0);
                 m.text = msg.trailing.toString();
             }
+        } else if (isCommand(command, QLatin1String("NOTICE"))) {
+            if (msg.count() >= 1) {
+                m.kind = Kind::Notice;
+                m.source = msg.prefix.isEmpty() ? QString() : msg.nick();
+                m.target = msg.param(0);
+                m.text = msg.trailing.toString();
+                const qsizetype bang = msg.prefix.indexOf(u'!');
+                if (bang >= 0)
+                    m.args.append(msg.prefix.mid(bang + 1).toString());
+            }
         } else if (isCommand(command, QLatin1String("JOIN"))) {
             // Many servers send the channel as the trailing parameter.
-            m.kind = Kind::Join;
-            m.source = msg.nick();
-            m.target = msg.count() > 0 ? withoutLeadingColon(msg.params[0]) : msg.trailing.toString();
+            const QString channel
+                = msg.count() > 0 ? withoutLeadingColon(msg.params[0]) : msg.trailing.toString();
+            if (!channel.isEmpty()) {
+                m.kind = Kind::Join;
+                m.source = msg.nick();
+                m.target = channel;
+                const qsizetype bang = msg.prefix.indexOf(u'!');
+                if (bang >= 0)
+                    m.text = msg.prefix.mid(bang + 1).toString();
+            }
         } else if (isCommand(command, QLatin1String("PART"))) {
+            if (msg.count() == 0 && msg.trailing.isEmpty())
+                return m;
             m.kind = Kind::Part;
             m.source = msg.nick();
             if (msg.count() > 0) {
@@ -304,6 +328,8 @@ IrcMessage IRCParser::parse(const QString& line)
             m.source = msg.nick();
             m.text = msg.trailing.toString();
         } else if (isCommand(command, QLatin1String("KICK"))) {
+            if (msg.count() < 2)
+                return m;
             m.kind = Kind::Kick;
             m.source = msg.nick();
             m.target = msg.param(0);
@@ -312,9 +338,12 @@ IrcMessage IRCParser::parse(const QString& line)
         } else if (isCommand(command, QLatin1String("NICK"))) {
             const QStringView newNick
                 = msg.trailing.isEmpty() ? msg.value(0).trimmed() : msg.trailing.trimmed();
-            m.kind = Kind::Nick;
-            m.source = msg.nick();
-            m.target = withoutLeadingColon(newNick);
+            const QString nick = withoutLeadingColon(newNick);
+            if (!nick.isEmpty()) {
+                m.kind = Kind::Nick;
+                m.source = msg.nick();
+                m.target = nick;
+            }
         }
         return m;
     }

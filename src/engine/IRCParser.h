@@ -7,7 +7,9 @@
 //
 //   Ping           text: the token to echo
 //   Privmsg        source, target (channel or our nick, as sent), text
-//   Join           source, target: the channel
+//   Notice         source (null for a notice without prefix), target, text,
+//                  args: { user@host } when a user or service sent it
+//   Join           source, target: the channel, text: user@host of the source
 //   Part           source, target: the channel, text: the reason
 //   Quit           source, text: the reason
 //   Kick           source: the kicker, target: the channel, args: { kicked nick }, text: the reason
@@ -28,12 +30,15 @@
 //   WhoisAway      target: the nick, text: the away message
 //   WatchOnline    target: the nick
 //   WatchOffline   target: the nick
+//   NickInUse      number: 432 (erroneous) or 433 (in use), target: the refused nick,
+//                  text: the server's reason
 //   ServerText     text: the whole line, trimmed (the received string itself when there was
 //                  nothing to trim)
 //
-// Pong, ListEnd, NickInUse, Welcome and Ignored carry nothing. Ignored is what
-// needs no reaction at all: blank lines, a prefix alone, named commands with
-// no meaning here, WATCH list replies, and replies with too few parameters.
+// Pong, ListEnd, Welcome and Ignored carry nothing. Ignored is what needs no
+// reaction at all: blank lines, a prefix alone, named commands with no
+// meaning here, WATCH list replies, and commands or replies without the
+// parameters they need (a NICK without a nick, a JOIN without a channel).
 // Strings a line does not hold are null.
 struct IrcMessage
 {
@@ -43,6 +48,7 @@ struct IrcMessage
         Ping,
         Pong,
         Privmsg,
+        Notice,
         Join,
         Part,
         Quit,
@@ -54,7 +60,7 @@ struct IrcMessage
         ListChannel, // 322
         ListEnd, // 323
         Topic, // 332
-        NickInUse, // 433
+        NickInUse, // 432, 433
         Welcome, // 001
         WhoisUser, // 311
         WhoisServer, // 312

@@ -112,6 +112,15 @@ Session::Session(QObject* parent)
     connect(c, &IRCConnection::whoisEndReceived, this,
         [this](const QString&, const QString& nick) { onWhoisEnd(nick); });
     connect(c, &IRCConnection::watchStatus, this, &Session::onWatchStatus);
+    connect(c, &IRCConnection::noticeReceived, this, [this](const QString& from, const QString&, const QString& text) {
+        addLine(ServerBuffer, QStringLiteral("-%1- %2").arg(from, text));
+    });
+    connect(c, &IRCConnection::nickRejected, this, [this](const QString& nick, int numeric, const QString&) {
+        m_pendingNick.clear();
+        addLine(ServerBuffer,
+            numeric == 432 ? QStringLiteral("Nickname %1 is not allowed on this server.").arg(nick)
+                           : QStringLiteral("Nickname %1 is already in use.").arg(nick));
+    });
     connect(c, &IRCConnection::ownNickChanged, this, [this](const QString& nick) {
         m_pendingNick.clear();
         emit ownNickChanged(nick);
@@ -603,8 +612,10 @@ void Session::reconnect()
 
 void Session::sendMessage(const QString& target, const QString& text)
 {
-    m_connection->sendPrivmsg(target, text);
-    addLine(target, text, nick());
+    // Shown as it went out: one row per line and per piece of a long line.
+    const QStringList pieces = m_connection->sendPrivmsg(target, text);
+    for (const QString& piece : pieces)
+        addLine(target, piece, nick());
 }
 
 void Session::sendRaw(const QString& line)

@@ -44,6 +44,42 @@ void TestEngine::registrationBytes()
     QVERIFY(!connection.isRegistered());
 }
 
+void TestEngine::emptyRealNameIsTheNick()
+{
+    FakeIrcServer server;
+    IRCConnection connection;
+    connection.connectToServer(Host, server.port(), QStringLiteral("bob"), QString(), false);
+    QVERIFY(server.waitForLines(2));
+    QCOMPARE(server.received(), QByteArray("NICK bob\r\nUSER bob 0 * :bob\r\n"));
+}
+
+// Lines of text cut to a number of UTF-8 bytes: at spaces where possible,
+// never inside a character.
+void TestEngine::splitText_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<int>("maxBytes");
+    QTest::addColumn<QStringList>("pieces");
+    QTest::newRow("fits") << "hello there" << 20 << QStringList { "hello there" };
+    QTest::newRow("at the last space") << "aa bb cc dd" << 7 << QStringList { "aa bb", "cc dd" };
+    QTest::newRow("space right at the end") << "abc def" << 3 << QStringList { "abc", "def" };
+    QTest::newRow("no space") << "abcdefgh" << 3 << QStringList { "abc", "def", "gh" };
+    QTest::newRow("lines, empty ones dropped") << "one\r\ntwo\n\nthree\r" << 20
+                                               << QStringList { "one", "two", "three" };
+    QTest::newRow("two-byte characters") << QStringLiteral("\u00e9\u00e9\u00e9") << 3
+                                         << QStringList { QStringLiteral("\u00e9"), QStringLiteral("\u00e9"), QStringLiteral("\u00e9") };
+    QTest::newRow("surrogate pairs") << QStringLiteral("\U0001F600\U0001F600") << 5
+                                     << QStringList { QStringLiteral("\U0001F600"), QStringLiteral("\U0001F600") };
+    QTest::newRow("nothing") << "\n\r\n" << 10 << QStringList();
+}
+
+void TestEngine::splitText()
+{
+    QFETCH(QString, text);
+    QFETCH(int, maxBytes);
+    QTEST(IRCConnection::splitText(text, maxBytes), "pieces");
+}
+
 void TestEngine::commandBytes_data()
 {
     QTest::addColumn<QByteArray>("bytes");
@@ -57,6 +93,12 @@ void TestEngine::commandBytes_data()
     row("part", "PART #test :Leaving\r\n", [](IRCConnection& c) { c.partChannel("#test"); });
     row("privmsg", "PRIVMSG #test :hello %1 :)\r\n",
         [](IRCConnection& c) { c.sendPrivmsg("#test", "hello %1 :)"); });
+    row("privmsg of two lines", "PRIVMSG #test :one\r\nPRIVMSG #test :two\r\n",
+        [](IRCConnection& c) { c.sendPrivmsg("#test", "one\ntwo"); });
+    // ":alice!" + 74 bytes for a user@host not yet seen + " " and "PRIVMSG #test :" leave 413 bytes.
+    row("privmsg cut to what the server relays",
+        "PRIVMSG #test :" + QByteArray(413, 'a') + "\r\nPRIVMSG #test :" + QByteArray(87, 'a') + "\r\n",
+        [](IRCConnection& c) { c.sendPrivmsg("#test", QString(500, QLatin1Char('a'))); });
     row("nick", "NICK robert\r\n", [](IRCConnection& c) { c.changeNick("robert"); });
     row("whois", "WHOIS bob\r\n", [](IRCConnection& c) { c.sendWhois("bob"); });
     row("watch add", "WATCH +alice\r\n", [](IRCConnection& c) { c.sendWatch("alice", true); });
@@ -191,14 +233,15 @@ void TestEngine::nickInUseFallsBackThroughServer()
     session.server.send(
         ":irc.test 433 * alice :Nickname is already in use.\r\n"
         ":irc.test 432 * alicia :Erroneous Nickname\r\n"
-        ":irc.test 433 * alicia :Nickname is already in use.\r\n"
-        ":irc.test 001 alice_ :Welcome to the QuenvarTest IRC Network alice_!alice@127.0.0.1\r\n");
+        ":irc.test 001 alice_ :Welcome to the QuenvarTest IRC Network alice_!alice@127.0.0.1\r\n"
+        ":irc.test 433 alice_ bob :Nickname is already in use.\r\n");
     QVERIFY(session.serverSync());
+    // While registering, 432 moves on like 433; afterwards a refusal keeps the nick.
     QCOMPARE(session.sentLines(), (QStringList { "NICK alicia", "NICK alice_" }));
-    // 432 is only shown; the welcome registers under the fallback nickname.
     QCOMPARE(session.recorder.withoutRaw(),
-        (QStringList { "nickChanged:alice|alicia", "serverMessage::irc.test 432 * alicia :Erroneous Nickname",
-            "nickChanged:alicia|alice_", "serverMessage:Connected and registered.", "registered" }));
+        (QStringList { "nickChanged:alice|alicia", "nickChanged:alicia|alice_",
+            "serverMessage:Connected and registered.", "registered",
+            "nickRejected:bob|433|Nickname is already in use." }));
     QCOMPARE(session.connection.currentNick(), QStringLiteral("alice_"));
     QVERIFY(session.connection.isRegistered());
 }

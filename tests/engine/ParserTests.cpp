@@ -44,9 +44,11 @@ void TestEngine::parserDispatch_data()
     row("JOIN middle", ":bob!bobuser@127.0.0.1 JOIN #test", { "joinReceived:bob|#test" });
     row("JOIN own", ":alice!alice@127.0.0.1 JOIN :#test", { "joinReceived:alice|#test" }, { "NAMES #test" });
     row("JOIN own nick other case", ":ALICE!alice@127.0.0.1 JOIN :#test", { "joinReceived:ALICE|#test" });
-    row("JOIN own without channel", ":alice!alice@127.0.0.1 JOIN :", { "joinReceived:alice|" });
+    row("JOIN own without channel", ":alice!alice@127.0.0.1 JOIN :", none);
     // Without parameters the command reads as the only middle parameter.
-    row("JOIN bare", ":bob!b@h JOIN", { "joinReceived:bob|JOIN" });
+    row("JOIN bare", ":bob!b@h JOIN", none);
+    row("NICK bare", ":bob!b@h NICK", none);
+    row("KICK without nick", ":op!o@h KICK #test", none);
 
     row("PART with reason", ":carol!carol@127.0.0.1 PART #test :see you later",
         { "partReceived:carol|#test|see you later" });
@@ -118,7 +120,9 @@ void TestEngine::parserDispatch_data()
     row("numeric without prefix", "372 alice :line 2", { "serverMessage:372 alice :line 2" });
     row("four digits", ":irc.test 0001 alice :x", { "serverMessage::irc.test 0001 alice :x" });
     // Named commands without a signal of their own are dropped.
-    row("NOTICE", ":bob!bobuser@127.0.0.1 NOTICE #test :a channel notice", none);
+    row("NOTICE", ":bob!bobuser@127.0.0.1 NOTICE #test :a channel notice",
+        { "noticeReceived:bob|#test|a channel notice" });
+    row("NOTICE of the server", ":irc.test NOTICE * :*** Looking up your hostname", none);
 
     row("white space", " \t \r ", none);
     row("only prefix", ":irc.test", none);
@@ -171,9 +175,12 @@ void TestEngine::parserMessage_data()
     row("322", ":irc.test 322 alice #test 2 :topic", K::ListChannel, { "", "#test", "topic", "2" }, 2);
     row("322 count not a number", ":s 322 a #b many :t", K::ListChannel, { "", "#b", "t", "many" });
     row("317", ":irc.test 317 alice bob 42 :seconds idle", K::WhoisIdle, { "", "bob", "seconds idle" }, 42);
-    row("433", ":irc.test 433 * alice :Nickname is already in use.", K::NickInUse, { "", "", "" });
+    row("433", ":irc.test 433 * alice :Nickname is already in use.", K::NickInUse,
+        { "", "alice", "Nickname is already in use." }, 433);
+    row("432", ":irc.test 432 * a!b :Erroneous Nickname", K::NickInUse, { "", "a!b", "Erroneous Nickname" }, 432);
+    row("JOIN learns user@host", ":me!u@h.example JOIN #c", K::Join, { "me", "#c", "u@h.example" });
     row("numeric padded", " :s 376 a :End ", K::ServerText, { "", "", ":s 376 a :End" });
-    row("NOTICE", ":bob!b@h NOTICE #test :hi", K::Ignored, { "", "", "" });
+    row("NOTICE", ":bob!b@h NOTICE #test :hi", K::Notice, { "bob", "#test", "hi", "b@h" });
 }
 
 void TestEngine::parserMessage()

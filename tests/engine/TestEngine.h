@@ -24,6 +24,9 @@ private slots:
 
     // Connection (ConnectionTests.cpp)
     void registrationBytes();
+    void emptyRealNameIsTheNick();
+    void splitText_data();
+    void splitText();
     void commandBytes_data();
     void commandBytes();
     void sendWithoutSocket();

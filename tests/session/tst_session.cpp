@@ -108,6 +108,10 @@ private slots:
         row("numeric", ":irc.test 372 me :- motd", "Server", "", ":irc.test 372 me :- motd", 0);
         row("other server line", "NOTICE AUTH :*** hello", "Server", "", "<< NOTICE AUTH :*** hello", 0);
         row("kick", ":op!u@h KICK #c bob :out", "#c", "bob", "was kicked by op (out)", BufferLine::Status);
+        row("notice of a service", ":NickServ!s@services NOTICE me :Password accepted", "Server", "",
+            "-NickServ- Password accepted", 0);
+        row("nick change refused", ":irc.test 433 me taken :Nickname is already in use.", "Server", "",
+            "Nickname taken is already in use.", 0);
         row("whois summary",
             ":s 311 me bob u h * :Bob B\n:s 312 me bob irc.test :Test\n:s 313 me bob :op\n"
             ":s 319 me bob :#a @#b\n:s 301 me bob :lunch\n:s 318 me bob :End",
@@ -232,6 +236,10 @@ private slots:
         using F = std::function<void(Session*)>;
         QTest::newRow("message") << F([](Session* s) { s->sendMessage("#c", "hi"); })
                                  << QStringList { "PRIVMSG #c :hi" } << QString();
+        QTest::newRow("message of two lines") << F([](Session* s) {
+            s->sendMessage("#c", "one\ntwo");
+            QCOMPARE(texts(s->lines("#c")), (QStringList { "one", "two" }));
+        }) << QStringList { "PRIVMSG #c :one", "PRIVMSG #c :two" } << QString();
         QTest::newRow("away") << F([](Session* s) { s->setAway("lunch"); }) << QStringList { "AWAY :lunch" }
                               << "*** You are marked as away (lunch)";
         QTest::newRow("nick while away") << F([](Session* s) {

@@ -62,7 +62,8 @@ private:
 
     // Opens the connect dialog as the user does, fills it in and presses
     // Connect; the other users register meanwhile. True once all have.
-    bool connectAs(const QString& nick, const QList<RawIrcClient*>& others = {})
+    bool connectAs(const QString& nick, const QList<RawIrcClient*>& others = {},
+        const QString& realName = QStringLiteral("Window User"))
     {
         w->showConnectDialog();
         auto* dialog = w->findChild<ConnectDialog*>();
@@ -74,7 +75,7 @@ private:
         fill("serverEdit", m_server->host());
         fill("portEdit", QString::number(m_server->port()));
         fill("nickEdit", nick);
-        fill("realNameEdit", "Window User");
+        fill("realNameEdit", realName);
         fill("channelsEdit", QString());
         dialog->findChild<QCheckBox*>("sslCheck")->setChecked(false);
         dialog->onConnectClicked();
@@ -463,6 +464,32 @@ private slots:
         QCOMPARE(rows("Server").filter(QStringLiteral("*** Many new private conversations")).size(), 1);
         QVERIFY2(longestGap < 2000, qPrintable(QString::number(longestGap)));
         QVERIFY2(rssKb() - rssBefore < 100 * 1024, qPrintable(QString::number(rssKb() - rssBefore)));
+    }
+
+    // Without a real name the window still registers; a message longer than
+    // a server line arrives whole, in pieces cut at spaces.
+    void longMessageWithoutRealName()
+    {
+        RawIrcClient* gina = user("gina");
+        QVERIFY(connectAs("longme", { gina }, QString()));
+        QVERIFY(gina->join("#long"));
+        QVERIFY(joinFromWindow("#long"));
+        QStringList words;
+        for (int i = 0; i < 360; ++i)
+            words << QStringLiteral("w%1rd").arg(i);
+        const QString text = words.join(QLatin1Char(' '));
+        QVERIFY(text.size() > 2000);
+        type(text);
+        QStringList pieces;
+        while (pieces.join(QLatin1Char(' ')).size() < text.size()) {
+            const QString line = gina->waitForLine(QStringLiteral("PRIVMSG #long :"));
+            QVERIFY2(!line.isEmpty(), qPrintable(pieces.join(QLatin1Char('|'))));
+            QVERIFY(line.toUtf8().size() <= 510);
+            pieces << line.section(QStringLiteral(" :"), 1);
+        }
+        QVERIFY(pieces.size() >= 5);
+        QCOMPARE(pieces.join(QLatin1Char(' ')), text);
+        QVERIFY(w->session()->connection()->isConnected());
     }
 };
 
