@@ -22,6 +22,35 @@ const QString OversizeLineError
 const QString SleepReason = QStringLiteral("An IRC connection is open");
 constexpr int MaxNickLength = 30;
 constexpr int GeneratedNickCount = 100;
+// How often one sender gets an automatic CTCP answer at most.
+constexpr qint64 CtcpAnswerGapMs = 2000;
+const QString ClientVersion = QStringLiteral("Quenvar 2.0");
+
+// The capabilities Quenvar asks for when a server offers them ("sasl" only
+// when the server record logs in with it).
+const QStringList WantedCaps = { QStringLiteral("multi-prefix"), QStringLiteral("server-time"),
+    QStringLiteral("away-notify"), QStringLiteral("account-notify"), QStringLiteral("extended-join"),
+    QStringLiteral("chghost"), QStringLiteral("invite-notify"), QStringLiteral("cap-notify"),
+    QStringLiteral("message-tags"), QStringLiteral("userhost-in-names") };
+const QString SaslCap = QStringLiteral("sasl");
+
+// The first bytes of text that fit in maxBytes of UTF-8, never cutting a character.
+QString fitUtf8(const QString& text, int maxBytes)
+{
+    int bytes = 0;
+    qsizetype i = 0;
+    while (i < text.size()) {
+        const char16_t c = text.at(i).unicode();
+        const bool pair
+            = QChar::isHighSurrogate(c) && i + 1 < text.size() && text.at(i + 1).isLowSurrogate();
+        const int cost = pair ? 4 : c < 0x80 ? 1 : c < 0x800 ? 2 : 3;
+        if (bytes + cost > maxBytes)
+            break;
+        bytes += cost;
+        i += pair ? 2 : 1;
+    }
+    return i == text.size() ? text : text.left(i);
+}
 
 // One received line, decoded: UTF-8 when it is valid UTF-8, ISO-8859-1
 // otherwise, so no byte is ever dropped or replaced.
@@ -52,6 +81,9 @@ IRCConnection::IRCConnection(QObject* parent)
     m_steadyClock.start();
     keepAliveTimer = new QTimer(this);
     connect(keepAliveTimer, &QTimer::timeout, this, &IRCConnection::checkKeepAlive);
+    m_sendTimer = new QTimer(this);
+    m_sendTimer->setSingleShot(true);
+    connect(m_sendTimer, &QTimer::timeout, this, &IRCConnection::flushQueue);
     connect(this, &IRCConnection::nickChanged, this, &IRCConnection::onOwnNickChanged);
 }
 
@@ -108,6 +140,8 @@ void IRCConnection::connectToServer(
 
 void IRCConnection::disconnectFromServer()
 {
+    m_sendQueue.clear();
+    m_sendTimer->stop();
     if (isConnected()) {
         socket->write("QUIT :Quenvar leaving\r\n");
         socket->flush();
@@ -128,9 +162,40 @@ void IRCConnection::sendRaw(const QString& line)
         emit errorOccurred(NotConnectedError);
         return;
     }
+    if (!m_registered) {
+        // Registration is not paced: the server waits for it.
+        writeLine(line);
+        return;
+    }
+    m_sendQueue.append(line);
+    flushQueue();
+}
+
+void IRCConnection::flushQueue()
+{
+    const qint64 current = m_steadyClock.elapsed();
+    const int interval = qMax(1, m_pacing.intervalMs);
+    m_sendTokens = qMin<double>(qMax(1, m_pacing.burst), m_sendTokens + double(current - m_tokensAt) / interval);
+    m_tokensAt = current;
+    while (!m_sendQueue.isEmpty() && m_sendTokens >= 1) {
+        m_sendTokens -= 1;
+        writeLine(m_sendQueue.takeFirst());
+        // A receiver of errorOccurred may have dropped the link meanwhile.
+        if (!m_sendObserver && !isConnected()) {
+            m_sendQueue.clear();
+            return;
+        }
+    }
+    if (!m_sendQueue.isEmpty() && !m_sendTimer->isActive())
+        m_sendTimer->start(int((1 - m_sendTokens) * interval) + 1);
+}
+
+void IRCConnection::writeLine(const QString& line)
+{
     // One call sends one line: whatever follows an embedded line break (or a
     // NUL, which no IRC line may hold) is dropped, so text taken from the
-    // server can never smuggle in a command.
+    // server can never smuggle in a command. A longer line than the server
+    // takes is cut, between characters.
     qsizetype end = line.size();
     for (qsizetype i = 0; i < line.size(); ++i) {
         const char16_t c = line.at(i).unicode();
@@ -139,11 +204,16 @@ void IRCConnection::sendRaw(const QString& line)
             break;
         }
     }
+    const QString cut = fitUtf8(line.left(end), m_support.lineLen - 2);
     if (m_sendObserver) {
-        m_sendObserver(line.left(end));
+        m_sendObserver(cut);
         return;
     }
-    QByteArray bytes = QStringView(line).left(end).toUtf8();
+    if (!isConnected()) {
+        emit errorOccurred(NotConnectedError);
+        return;
+    }
+    QByteArray bytes = cut.toUtf8();
     bytes.append("\r\n", 2);
     if (socket->write(bytes) == -1) {
         emit errorOccurred(socket->errorString());
@@ -164,9 +234,19 @@ void IRCConnection::partChannel(const QString& channel)
 
 QStringList IRCConnection::sendPrivmsg(const QString& target, const QString& text)
 {
+    return sendSplit(QStringLiteral("PRIVMSG"), target, text);
+}
+
+QStringList IRCConnection::sendNotice(const QString& target, const QString& text)
+{
+    return sendSplit(QStringLiteral("NOTICE"), target, text);
+}
+
+QStringList IRCConnection::sendSplit(const QString& command, const QString& target, const QString& text)
+{
     const QStringList pieces = splitText(text, messageBudget(target));
     for (const QString& piece : pieces)
-        sendRaw(QStringLiteral("PRIVMSG ") + target + QStringLiteral(" :") + piece);
+        sendRaw(command + QLatin1Char(' ') + target + QStringLiteral(" :") + piece);
     return pieces;
 }
 
@@ -177,7 +257,7 @@ int IRCConnection::messageBudget(const QString& target) const
     const int prefix = 1 + int(currentNick().toUtf8().size()) + 1
         + (m_userHost.isEmpty() ? UnknownUserHost : int(m_userHost.toUtf8().size())) + 1;
     const int command = int(QStringLiteral("PRIVMSG ").size() + target.toUtf8().size() + 2);
-    return qMax(32, MaxLineBytes - 2 - prefix - command);
+    return qMax(32, m_support.lineLen - 2 - prefix - command);
 }
 
 QStringList IRCConnection::splitText(const QString& text, int maxBytes)
@@ -230,11 +310,56 @@ void IRCConnection::sendWhois(const QString& nick)
     sendRaw(QStringLiteral("WHOIS ") + nick);
 }
 
-void IRCConnection::sendWatch(const QString& nick, bool add)
+bool IRCConnection::sendWatch(const QString& nick, bool add)
 {
-    if (!isConnected())
-        return;
-    sendRaw(QStringLiteral("WATCH %1%2").arg(add ? QStringLiteral("+") : QStringLiteral("-"), nick));
+    if (!isConnected() && !m_sendObserver)
+        return false;
+    const QString sign = add ? QStringLiteral("+") : QStringLiteral("-");
+    if (m_support.watch)
+        sendRaw(QStringLiteral("WATCH %1%2").arg(sign, nick));
+    else if (m_support.monitor)
+        sendRaw(QStringLiteral("MONITOR %1 %2").arg(sign, nick));
+    else
+        return false;
+    return true;
+}
+
+bool IRCConnection::isChannelName(const QString& name) const
+{
+    return !name.isEmpty() && m_support.chanTypes.contains(name.front());
+}
+
+QString IRCConnection::foldCase(const QString& name) const
+{
+    // ASCII letters always; rfc1459 also folds []\~ to {}|^ (strict-rfc1459
+    // all but ~). Anything else is compared as it is.
+    const bool rfc = m_support.caseMapping.startsWith(QLatin1String("rfc1459"))
+        || m_support.caseMapping == QLatin1String("strict-rfc1459");
+    const bool tilde = m_support.caseMapping != QLatin1String("strict-rfc1459");
+    QString folded = name;
+    for (QChar& ch : folded) {
+        const char16_t c = ch.unicode();
+        if (c >= u'A' && c <= u'Z')
+            ch = QChar(c + 32);
+        else if (rfc && (c == u'[' || c == u']' || c == u'\\'))
+            ch = QChar(c + 32);
+        else if (rfc && tilde && c == u'~')
+            ch = QChar(u'^');
+    }
+    return folded;
+}
+
+// A message to "@#chan" (STATUSMSG) belongs to #chan.
+QString IRCConnection::messageTarget(const QString& target) const
+{
+    if (target.size() > 1 && m_support.statusMsg.contains(target.front()) && isChannelName(target.mid(1)))
+        return target.mid(1);
+    return target;
+}
+
+QString IRCConnection::loginAccount() const
+{
+    return m_serverConfig.account.isEmpty() ? m_serverConfig.nickname : m_serverConfig.account;
 }
 
 bool IRCConnection::isConnected() const
@@ -401,14 +526,172 @@ void IRCConnection::onConnected()
     pingPending = false;
     keepAliveTimer->start(m_timing.checkIntervalMs);
     disableSleep();
-    sendRaw(QStringLiteral("NICK ") + nickName);
+    m_support = ServerSupport();
+    m_enabledCaps.clear();
+    m_offeredCaps.clear();
+    m_saslMechanisms.clear();
+    m_saslRunning = false;
+    m_capNegotiating = true;
+    m_sendTokens = m_pacing.burst;
+    m_tokensAt = m_steadyClock.elapsed();
+    if (m_serverConfig.authMethod == QLatin1String("Server Password (PASS)") && !m_serverConfig.password.isEmpty())
+        writeLine(QStringLiteral("PASS :") + m_serverConfig.password);
+    // Servers without capabilities answer 421 and register all the same.
+    writeLine(QStringLiteral("CAP LS 302"));
+    writeLine(QStringLiteral("NICK ") + nickName);
     // An empty real name is refused by servers (461): the nick stands in.
-    sendRaw(QStringLiteral("USER ") + nickName + QStringLiteral(" 0 * :") + (realName.isEmpty() ? nickName : realName));
+    writeLine(QStringLiteral("USER ") + nickName + QStringLiteral(" 0 * :") + (realName.isEmpty() ? nickName : realName));
     emit connected();
+}
+
+void IRCConnection::handleCap(const IrcMessage& m)
+{
+    const QString& sub = m.target;
+    if (sub == QLatin1String("LS") || sub == QLatin1String("NEW")) {
+        QStringList names;
+        for (const QString& cap : m.args) {
+            const qsizetype eq = cap.indexOf(QLatin1Char('='));
+            const QString name = eq < 0 ? cap : cap.left(eq);
+            if (name == SaslCap)
+                m_saslMechanisms = eq < 0 ? QString() : cap.mid(eq + 1);
+            names.append(name);
+        }
+        if (sub == QLatin1String("LS")) {
+            m_offeredCaps += names;
+            if (m.number == 1) // more lines follow
+                return;
+            names = m_offeredCaps;
+        }
+        requestCaps(names);
+    } else if (sub == QLatin1String("ACK")) {
+        bool sasl = false;
+        for (QString cap : m.args) {
+            if (cap.startsWith(QLatin1Char('-'))) {
+                m_enabledCaps.removeAll(cap.mid(1));
+                continue;
+            }
+            if (!m_enabledCaps.contains(cap))
+                m_enabledCaps.append(cap);
+            sasl = sasl || cap == SaslCap;
+        }
+        if (sasl && m_capNegotiating && !m_saslRunning) {
+            m_saslRunning = true;
+            writeLine(QStringLiteral("AUTHENTICATE PLAIN"));
+        } else if (!m_saslRunning) {
+            endCapNegotiation();
+        }
+    } else if (sub == QLatin1String("NAK")) {
+        endCapNegotiation();
+    } else if (sub == QLatin1String("DEL")) {
+        for (const QString& cap : m.args)
+            m_enabledCaps.removeAll(cap);
+    }
+}
+
+void IRCConnection::requestCaps(const QStringList& offered)
+{
+    QStringList wanted;
+    for (const QString& cap : WantedCaps) {
+        if (offered.contains(cap) && !m_enabledCaps.contains(cap))
+            wanted.append(cap);
+    }
+    const bool saslOffered = offered.contains(SaslCap)
+        && (m_saslMechanisms.isEmpty() || m_saslMechanisms.split(QLatin1Char(',')).contains(QLatin1String("PLAIN")));
+    if (m_capNegotiating && saslOffered && m_serverConfig.authMethod == QLatin1String("SASL PLAIN")
+        && !m_serverConfig.password.isEmpty())
+        wanted.append(SaslCap);
+    if (!wanted.isEmpty())
+        writeLine(QStringLiteral("CAP REQ :") + wanted.join(QLatin1Char(' ')));
+    else
+        endCapNegotiation();
+}
+
+void IRCConnection::endCapNegotiation()
+{
+    if (!m_capNegotiating)
+        return;
+    m_capNegotiating = false;
+    m_saslRunning = false;
+    writeLine(QStringLiteral("CAP END"));
+}
+
+void IRCConnection::applyIsupport(const QStringList& tokens)
+{
+    for (const QString& token : tokens) {
+        const qsizetype eq = token.indexOf(QLatin1Char('='));
+        const bool removed = token.startsWith(QLatin1Char('-'));
+        const QString key = (eq < 0 ? token : token.left(eq)).mid(removed ? 1 : 0).toUpper();
+        const QString value = eq < 0 ? QString() : token.mid(eq + 1);
+        const ServerSupport defaults;
+        if (key == QLatin1String("PREFIX")) {
+            // "(ohv)@%+": modes and their symbols, highest first.
+            const qsizetype close = value.indexOf(QLatin1Char(')'));
+            const QString modes = value.mid(1, close - 1);
+            const QString symbols = value.mid(close + 1);
+            if (!removed && value.startsWith(QLatin1Char('(')) && close > 0 && modes.size() == symbols.size()) {
+                m_support.prefixModes = modes;
+                m_support.prefixSymbols = symbols;
+            } else if (removed) {
+                m_support.prefixModes = defaults.prefixModes;
+                m_support.prefixSymbols = defaults.prefixSymbols;
+            }
+        } else if (key == QLatin1String("CHANMODES")) {
+            const QStringList groups = value.split(QLatin1Char(','));
+            m_support.chanModes = removed || groups.size() < 4 ? defaults.chanModes : groups.mid(0, 4);
+        } else if (key == QLatin1String("CHANTYPES")) {
+            m_support.chanTypes = removed ? defaults.chanTypes : value;
+        } else if (key == QLatin1String("STATUSMSG")) {
+            m_support.statusMsg = removed ? QString() : value;
+        } else if (key == QLatin1String("NETWORK")) {
+            m_support.network = removed ? QString() : value;
+        } else if (key == QLatin1String("CASEMAPPING")) {
+            m_support.caseMapping = removed || value.isEmpty() ? defaults.caseMapping : value.toLower();
+        } else if (key == QLatin1String("NICKLEN")) {
+            m_support.nickLen = removed ? 0 : qMax(0, value.toInt());
+        } else if (key == QLatin1String("LINELEN")) {
+            const int length = value.toInt();
+            m_support.lineLen = removed || length < 512 ? defaults.lineLen : qMin(length, 8191);
+        } else if (key == QLatin1String("WATCH")) {
+            m_support.watch = !removed;
+        } else if (key == QLatin1String("MONITOR")) {
+            m_support.monitor = !removed;
+        }
+    }
+    emit serverSupportChanged();
+}
+
+void IRCConnection::answerCtcp(const QString& from, const QString& command, const QString& args)
+{
+    QString reply;
+    if (command == QLatin1String("VERSION"))
+        reply = ClientVersion;
+    else if (command == QLatin1String("PING"))
+        reply = args;
+    else if (command == QLatin1String("TIME"))
+        reply = QDateTime::currentDateTime().toString(Qt::RFC2822Date);
+    else if (command == QLatin1String("CLIENTINFO"))
+        reply = QStringLiteral("ACTION CLIENTINFO PING TIME VERSION");
+    else
+        return;
+    // At most one answer per sender every two seconds, so nobody can make
+    // us flood ourselves off the server.
+    const qint64 current = m_steadyClock.elapsed();
+    const QString key = foldCase(from);
+    const auto last = m_ctcpAnswered.constFind(key);
+    if (last != m_ctcpAnswered.cend() && current - *last < CtcpAnswerGapMs)
+        return;
+    if (m_ctcpAnswered.size() > 1000) {
+        for (auto it = m_ctcpAnswered.begin(); it != m_ctcpAnswered.end();)
+            it = current - *it >= CtcpAnswerGapMs ? m_ctcpAnswered.erase(it) : std::next(it);
+    }
+    m_ctcpAnswered.insert(key, current);
+    sendRaw(QStringLiteral("NOTICE %1 :\x01%2 %3\x01").arg(from, command, reply));
 }
 
 void IRCConnection::onDisconnected()
 {
+    m_sendQueue.clear();
+    m_sendTimer->stop();
     keepAliveTimer->stop();
     enableSleep();
     emit disconnected();
@@ -510,15 +793,90 @@ void IRCConnection::handleMessage(const IrcMessage& m)
     case Kind::Pong:
         return;
     case Kind::Ping:
-        sendRaw(QStringLiteral("PONG :") + m.text);
+        writeLine(QStringLiteral("PONG :") + m.text);
         return;
-    case Kind::Privmsg:
+    case Kind::Privmsg: {
         // A message to us belongs to its sender's conversation.
-        emit privmsgReceived(m.source, m.target.startsWith(u'#') ? m.target : m.source, m.text);
+        const QString target = messageTarget(m.target);
+        emit privmsgReceived(m.source, isChannelName(target) ? target : m.source, m.text);
         return;
+    }
     case Kind::Notice:
-        if (!m.args.isEmpty())
-            emit noticeReceived(m.source, m.target, m.text);
+        emit noticeReceived(m.source, messageTarget(m.target), m.text, !m.args.isEmpty());
+        return;
+    case Kind::Ctcp: {
+        const QString target = messageTarget(m.target);
+        const QString& command = m.args.constFirst();
+        if (command == QLatin1String("ACTION")) {
+            emit actionReceived(m.source, isChannelName(target) ? target : m.source, m.text);
+            return;
+        }
+        emit ctcpRequestReceived(m.source, target, command, m.text);
+        answerCtcp(m.source, command, m.text);
+        return;
+    }
+    case Kind::CtcpReply:
+        emit ctcpReplyReceived(m.source, m.args.constFirst(), m.text);
+        return;
+    case Kind::Cap:
+        handleCap(m);
+        return;
+    case Kind::Authenticate:
+        if (m_saslRunning && m.text == QLatin1String("+")) {
+            // PLAIN: authzid NUL authcid NUL password, base64 in pieces of 400.
+            const QByteArray account = loginAccount().toUtf8();
+            const QByteArray plain
+                = (account + '\0' + account + '\0' + m_serverConfig.password.toUtf8()).toBase64();
+            for (qsizetype at = 0; at < plain.size(); at += 400)
+                writeLine(QStringLiteral("AUTHENTICATE ") + QString::fromLatin1(plain.mid(at, 400)));
+            if (plain.size() % 400 == 0)
+                writeLine(QStringLiteral("AUTHENTICATE +"));
+        }
+        return;
+    case Kind::Sasl:
+        if (m.number != 907)
+            emit saslFinished(m.number == 903, m.text);
+        endCapNegotiation();
+        return;
+    case Kind::Isupport:
+        applyIsupport(m.args);
+        emit serverMessage(m.text);
+        return;
+    case Kind::TopicChange:
+        emit topicChanged(m.source, m.target, m.text);
+        return;
+    case Kind::Mode:
+        emit modeReceived(m.source, m.target, m.args);
+        return;
+    case Kind::Invite:
+        emit inviteReceived(m.source, m.target, m.text);
+        return;
+    case Kind::Away:
+        emit userAwayChanged(m.source, m.text);
+        return;
+    case Kind::Account:
+        emit accountChanged(m.source, m.target);
+        return;
+    case Kind::Chghost:
+        if (m.source == currentNick())
+            m_userHost = m.args.at(0) + QLatin1Char('@') + m.args.at(1);
+        emit hostChanged(m.source, m.args.at(0), m.args.at(1));
+        return;
+    case Kind::ErrorReply: {
+        QString subject = m.args.value(0);
+        for (const QString& arg : m.args) {
+            if (isChannelName(arg)) {
+                subject = arg;
+                break;
+            }
+        }
+        emit errorReplyReceived(m.number, subject, m.text);
+        return;
+    }
+    case Kind::MonitorOnline:
+    case Kind::MonitorOffline:
+        for (const QString& nick : m.args)
+            emit watchStatus(nick, m.kind == Kind::MonitorOnline);
         return;
     case Kind::Join:
         if (m.source == currentNick() && !m.text.isEmpty())
@@ -569,11 +927,24 @@ void IRCConnection::handleMessage(const IrcMessage& m)
         else
             tryNextNick();
         return;
-    case Kind::Welcome:
+    case Kind::Welcome: {
+        m_capNegotiating = false;
+        m_saslRunning = false;
+        if (!m.target.isEmpty() && m.target != nickName && m.target != QLatin1String("*")) {
+            // The server registered us under another form of the nick (cut to its length, say).
+            nickName = m.target;
+            emit ownNickChanged(nickName);
+        }
         emit serverMessage(QStringLiteral("Connected and registered."));
         setRegistered(true);
+        m_sendTokens = m_pacing.burst;
+        m_tokensAt = m_steadyClock.elapsed();
+        const QString method = m_serverConfig.authMethod;
+        if (method.startsWith(QLatin1String("NickServ")) && !m_serverConfig.password.isEmpty())
+            sendRaw(QStringLiteral("PRIVMSG NickServ :IDENTIFY %1 %2").arg(loginAccount(), m_serverConfig.password));
         emit registered();
         return;
+    }
     case Kind::WhoisUser:
         emit whoisUserReceived(m.target, m.args.value(0), m.args.value(1), m.text);
         return;
@@ -658,7 +1029,11 @@ void IRCConnection::processBuffer()
             emit rawMessageReceived(line);
             if (abandoned())
                 return;
-            handleMessage(IRCParser::parse(line));
+            const IrcMessage message = IRCParser::parse(line);
+            m_messageTime = message.time;
+            handleMessage(message);
+            if (guard)
+                m_messageTime = 0;
         }
         if (abandoned())
             return;

@@ -6,6 +6,7 @@
 #include <QAbstractSocket>
 #include <QByteArray>
 #include <QElapsedTimer>
+#include <QHash>
 #include <QObject>
 #include <QString>
 #include <QStringList>
@@ -37,6 +38,34 @@ public:
     // Monotonic milliseconds; only differences are used.
     using Clock = std::function<qint64()>;
 
+    // How fast lines go out once registered: a burst of `burst` lines, then one
+    // every intervalMs, so that a paste is never taken for a flood.
+    struct SendPacing
+    {
+        int burst = 5;
+        int intervalMs = 1500;
+    };
+
+    // What the server told about itself in ISUPPORT (005), with the values
+    // assumed until it does.
+    struct ServerSupport
+    {
+        QString prefixModes = QStringLiteral("qaohv"); // member modes, highest first
+        QString prefixSymbols = QStringLiteral("~&@%+"); // their symbols, in the same order
+        QString chanTypes = QStringLiteral("#");
+        // CHANMODES: modes with a list, with a parameter always, with one when
+        // set, and without one.
+        QStringList chanModes = { QStringLiteral("beI"), QStringLiteral("k"), QStringLiteral("l"),
+            QStringLiteral("imnpst") };
+        QString statusMsg = QStringLiteral("~&@%+"); // prefixes of a message to a channel's ranks ("@#chan")
+        QString network;
+        QString caseMapping = QStringLiteral("rfc1459");
+        int nickLen = 0; // 0: not given
+        int lineLen = 512; // CR LF included
+        bool watch = false;
+        bool monitor = false;
+    };
+
     // Longest received line kept (bytes, without its terminator).
     static constexpr int MaxLineLength = 64 * 1024;
 
@@ -46,7 +75,14 @@ public:
     void connectToServer(
         const QString& host, quint16 port, const QString& nick, const QString& realName, bool useSsl);
     void disconnectFromServer();
+    // Sends one line (cut at a line break, and to what the server takes).
+    // Once registered, lines go out at the pace set by setSendPacing; the
+    // lines still waiting are dropped when the link ends.
     void sendRaw(const QString& line);
+    void setSendPacing(const SendPacing& pacing) { m_pacing = pacing; }
+    SendPacing sendPacing() const { return m_pacing; }
+    // Lines waiting for their turn.
+    qsizetype queuedLines() const { return m_sendQueue.size(); }
 
     void joinChannel(const QString& channel);
     void partChannel(const QString& channel);
@@ -54,6 +90,8 @@ public:
     // each cut to what the server can relay (see splitText); returns the
     // pieces sent, in order.
     QStringList sendPrivmsg(const QString& target, const QString& text);
+    // The same as NOTICE lines.
+    QStringList sendNotice(const QString& target, const QString& text);
     // Longest line a server takes, CR LF included.
     static constexpr int MaxLineBytes = 512;
     // The lines of text (CR LF, CR or LF end a line; empty lines are
@@ -68,7 +106,22 @@ public:
     int messageBudget(const QString& target) const;
     void changeNick(const QString& nick);
     void sendWhois(const QString& nick);
-    void sendWatch(const QString& nick, bool add);
+    // Follows nick with WATCH or MONITOR, whichever the server offers;
+    // false (nothing sent) when it offers neither or the link is down.
+    bool sendWatch(const QString& nick, bool add);
+
+    const ServerSupport& serverSupport() const { return m_support; }
+    // Whether name is a channel on this server (its CHANTYPES).
+    bool isChannelName(const QString& name) const;
+    // name folded by the server's case mapping, for comparing nicks and channels.
+    QString foldCase(const QString& name) const;
+    bool sameName(const QString& a, const QString& b) const { return foldCase(a) == foldCase(b); }
+    // The capabilities the server acknowledged.
+    QStringList enabledCaps() const { return m_enabledCaps; }
+    bool hasCap(const QString& cap) const { return m_enabledCaps.contains(cap); }
+    // While a received message is handled: the server's time of it
+    // (server-time), in milliseconds since the epoch; otherwise 0.
+    qint64 messageTime() const { return m_messageTime; }
 
     bool isConnected() const;
     bool isRegistered() const;
@@ -155,12 +208,29 @@ signals:
     void whoisAwayReceived(const QString& nick, const QString& msg);
     void watchStatus(const QString& nick, const bool& online);
     void ownNickChanged(const QString& newNick);
-    // A NOTICE from a user or a service (notices of the server itself come as
-    // raw lines).
-    void noticeReceived(const QString& from, const QString& target, const QString& text);
     // After registration the server refused a nick change (432 or 433); the
     // nick stays as it is.
     void nickRejected(const QString& nick, int numeric, const QString& reason);
+    // ISUPPORT told something new (see serverSupport()).
+    void serverSupportChanged();
+    // The outcome of a SASL login (reason: the server's text).
+    void saslFinished(bool success, const QString& reason);
+    // A user, a service or a server (from: its name; empty for a notice
+    // without prefix) sent a NOTICE to target (a channel or us).
+    void noticeReceived(const QString& from, const QString& target, const QString& text, bool fromUser);
+    void actionReceived(const QString& from, const QString& target, const QString& text);
+    void ctcpRequestReceived(const QString& from, const QString& target, const QString& command, const QString& args);
+    void ctcpReplyReceived(const QString& from, const QString& command, const QString& text);
+    void topicChanged(const QString& nick, const QString& channel, const QString& topic);
+    void modeReceived(const QString& from, const QString& target, const QStringList& modes);
+    void inviteReceived(const QString& from, const QString& nick, const QString& channel);
+    // away-notify: message is null when nick is back.
+    void userAwayChanged(const QString& nick, const QString& message);
+    void accountChanged(const QString& nick, const QString& account);
+    void hostChanged(const QString& nick, const QString& user, const QString& host);
+    // An error reply about subject (a channel, a nick or a command; the
+    // channel when the reply names one).
+    void errorReplyReceived(int numeric, const QString& subject, const QString& text);
 
 private slots:
     void onConnected();
@@ -176,6 +246,16 @@ private:
     void onOwnNickChanged(const QString& oldNick, const QString& newNick);
     void processBuffer();
     qint64 now() const;
+    void writeLine(const QString& line);
+    void flushQueue();
+    void handleCap(const IrcMessage& m);
+    void requestCaps(const QStringList& offered);
+    void endCapNegotiation();
+    void applyIsupport(const QStringList& tokens);
+    void answerCtcp(const QString& from, const QString& command, const QString& args);
+    QString messageTarget(const QString& target) const;
+    QString loginAccount() const;
+    QStringList sendSplit(const QString& command, const QString& target, const QString& text);
 
     QTcpSocket* socket = nullptr;
     QTimer* keepAliveTimer = nullptr;
@@ -206,4 +286,19 @@ private:
     QElapsedTimer m_steadyClock;
     PlatformPower m_power;
     SendObserver m_sendObserver;
+
+    SendPacing m_pacing;
+    QStringList m_sendQueue;
+    QTimer* m_sendTimer = nullptr;
+    double m_sendTokens = 0; // lines that may go out at once
+    qint64 m_tokensAt = 0; // steady-clock time m_sendTokens was counted
+
+    ServerSupport m_support;
+    qint64 m_messageTime = 0;
+    bool m_capNegotiating = false;
+    bool m_saslRunning = false;
+    QStringList m_offeredCaps; // names from CAP LS, gathered over its lines
+    QString m_saslMechanisms; // the value of "sasl=" in CAP LS
+    QStringList m_enabledCaps;
+    QHash<QString, qint64> m_ctcpAnswered; // folded nick -> steady-clock time of the last answer
 };

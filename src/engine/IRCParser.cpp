@@ -114,6 +114,37 @@ QString signonText(QStringView seconds)
 
 using Kind = IrcMessage::Kind;
 
+// The server's time of a message from its tags ("time=2026-11-25T20:00:00.000Z;..."),
+// in milliseconds since the epoch, or 0.
+qint64 tagTime(QStringView tags)
+{
+    for (const QStringView tag : tags.split(u';')) {
+        if (!tag.startsWith(QLatin1String("time=")))
+            continue;
+        const QDateTime when = QDateTime::fromString(tag.mid(5).toString(), Qt::ISODateWithMs);
+        return when.isValid() ? when.toMSecsSinceEpoch() : 0;
+    }
+    return 0;
+}
+
+// A message text wrapped in \x01 is a CTCP: fills the command (upper case)
+// and its parameters; false for ordinary text.
+bool readCtcp(QStringView text, IrcMessage& m)
+{
+    if (text.size() < 2 || text.front() != u'\x01')
+        return false;
+    text = text.mid(1);
+    if (text.endsWith(u'\x01'))
+        text.chop(1);
+    const qsizetype space = text.indexOf(u' ');
+    const QString command = (space < 0 ? text : text.left(space)).toString().toUpper();
+    if (command.isEmpty())
+        return false;
+    m.args.append(command);
+    m.text = space < 0 ? QString() : text.mid(space + 1).toString();
+    return true;
+}
+
 // line is the received line; text is the same line trimmed.
 void parseNumeric(int numeric, const Message& msg, const QString& line, QStringView text, IrcMessage& m)
 {
@@ -125,8 +156,12 @@ void parseNumeric(int numeric, const Message& msg, const QString& line, QStringV
             m.target = msg.param(2);
             const QList<QStringView> names = msg.trailing.split(u' ', Qt::SkipEmptyParts);
             m.args.reserve(names.size());
-            for (const QStringView name : names)
-                m.args.append(name.toString());
+            for (const QStringView name : names) {
+                // userhost-in-names: "@nick!user@host" (a rank symbol may be "!" too).
+                const qsizetype bang = name.lastIndexOf(u'!');
+                const bool userHost = bang > 0 && name.indexOf(u'@', bang) > bang;
+                m.args.append((userHost ? name.left(bang) : name).toString());
+            }
         }
         return;
     case 366:
@@ -165,7 +200,35 @@ void parseNumeric(int numeric, const Message& msg, const QString& line, QStringV
         return;
     case 1:
         m.kind = Kind::Welcome;
+        m.target = msg.param(0);
         return;
+    case 5:
+        m.kind = Kind::Isupport;
+        for (qsizetype i = 1; i < n; ++i)
+            m.args.append(msg.param(i));
+        m.text = text.size() == line.size() ? line : text.toString();
+        return;
+    case 902: // nick locked
+    case 903: // success
+    case 904: // failed
+    case 905: // too long
+    case 906: // aborted
+    case 907: // already authenticated
+        m.kind = Kind::Sasl;
+        m.number = numeric;
+        m.text = msg.trailing.toString();
+        return;
+    case 730:
+    case 731: {
+        // "nick!user@host,nick2!user@host" (730) or "nick,nick2" (731).
+        m.kind = numeric == 730 ? Kind::MonitorOnline : Kind::MonitorOffline;
+        const QStringView list = msg.trailing.isEmpty() ? msg.value(1) : msg.trailing;
+        for (const QStringView entry : list.split(u',', Qt::SkipEmptyParts)) {
+            const qsizetype bang = entry.indexOf(u'!');
+            m.args.append((bang < 0 ? entry : entry.left(bang)).trimmed().toString());
+        }
+        return;
+    }
     case 311:
         if (n > 4) {
             m.kind = Kind::WhoisUser;
@@ -238,8 +301,18 @@ void parseNumeric(int numeric, const Message& msg, const QString& line, QStringV
     case 606: // watch list
         return;
     default:
+        if (numeric >= 400 && numeric < 600 && n > 1) {
+            // An error about a nick, a channel or a command.
+            m.kind = Kind::ErrorReply;
+            m.number = numeric;
+            for (qsizetype i = 1; i < n; ++i)
+                m.args.append(msg.param(i));
+            m.text = msg.trailing.toString();
+            return;
+        }
         // The whole line, sharing the received text when nothing was trimmed.
         m.kind = Kind::ServerText;
+        m.number = numeric;
         m.text = text.size() == line.size() ? line : text.toString();
         return;
     }
@@ -250,7 +323,14 @@ void parseNumeric(int numeric, const Message& msg, const QString& line, QStringV
 IrcMessage IRCParser::parse(const QString& line)
 {
     IrcMessage m;
-    const QStringView text = QStringView(line).trimmed();
+    QStringView text = QStringView(line).trimmed();
+    if (text.startsWith(u'@')) {
+        const qsizetype space = text.indexOf(u' ');
+        if (space < 0)
+            return m;
+        m.time = tagTime(text.mid(1, space - 1));
+        text = text.mid(space + 1).trimmed();
+    }
     if (text.isEmpty())
         return m;
 
@@ -285,18 +365,26 @@ IrcMessage IRCParser::parse(const QString& line)
         // A command without the parameters it needs stays Ignored.
         if (isCommand(command, QLatin1String("PRIVMSG"))) {
             if (msg.count() >= 1 && !msg.trailing.isEmpty()) {
-                m.kind = Kind::Privmsg;
                 m.source = msg.nick();
                 m.target = msg.param(0);
-                m.text = msg.trailing.toString();
+                if (readCtcp(msg.trailing, m)) {
+                    m.kind = Kind::Ctcp;
+                } else {
+                    m.kind = Kind::Privmsg;
+                    m.text = msg.trailing.toString();
+                }
             }
         } else if (isCommand(command, QLatin1String("NOTICE"))) {
             if (msg.count() >= 1) {
-                m.kind = Kind::Notice;
                 m.source = msg.prefix.isEmpty() ? QString() : msg.nick();
                 m.target = msg.param(0);
-                m.text = msg.trailing.toString();
                 const qsizetype bang = msg.prefix.indexOf(u'!');
+                if (bang >= 0 && readCtcp(msg.trailing, m)) {
+                    m.kind = Kind::CtcpReply;
+                    return m;
+                }
+                m.kind = Kind::Notice;
+                m.text = msg.trailing.toString();
                 if (bang >= 0)
                     m.args.append(msg.prefix.mid(bang + 1).toString());
             }
@@ -335,6 +423,65 @@ IrcMessage IRCParser::parse(const QString& line)
             m.target = msg.param(0);
             m.args.append(msg.param(1));
             m.text = msg.trailing.toString();
+        } else if (isCommand(command, QLatin1String("CAP"))) {
+            // CAP <nick> <sub> [*] [:caps]
+            if (msg.count() < 2)
+                return m;
+            m.kind = Kind::Cap;
+            m.target = msg.param(1).toUpper();
+            m.number = msg.count() > 2 && msg.params[2] == u'*' ? 1 : 0;
+            QStringView caps = msg.trailing;
+            if (caps.isEmpty() && msg.count() > 2 && msg.params.back() != u'*')
+                caps = msg.params.back();
+            for (const QStringView cap : caps.split(u' ', Qt::SkipEmptyParts))
+                m.args.append(cap.toString());
+        } else if (isCommand(command, QLatin1String("AUTHENTICATE"))) {
+            m.kind = Kind::Authenticate;
+            m.text = msg.count() > 0 ? msg.param(0) : msg.trailing.toString();
+        } else if (isCommand(command, QLatin1String("TOPIC"))) {
+            if (msg.count() < 1)
+                return m;
+            m.kind = Kind::TopicChange;
+            m.source = msg.nick();
+            m.target = msg.param(0);
+            m.text = msg.trailing.toString();
+        } else if (isCommand(command, QLatin1String("MODE"))) {
+            if (msg.count() < 1 || (msg.count() < 2 && msg.trailing.isEmpty()))
+                return m;
+            m.kind = Kind::Mode;
+            m.source = msg.nick();
+            m.target = msg.param(0);
+            for (qsizetype i = 1; i < msg.count(); ++i)
+                m.args.append(msg.param(i));
+            if (!msg.trailing.isEmpty())
+                m.args.append(msg.trailing.toString());
+        } else if (isCommand(command, QLatin1String("INVITE"))) {
+            const QString channel = msg.count() > 1 ? msg.param(1) : msg.trailing.toString();
+            if (msg.count() < 1 || channel.isEmpty())
+                return m;
+            m.kind = Kind::Invite;
+            m.source = msg.nick();
+            m.target = msg.param(0);
+            m.text = channel;
+        } else if (isCommand(command, QLatin1String("AWAY"))) {
+            m.kind = Kind::Away;
+            m.source = msg.nick();
+            if (!msg.trailing.isEmpty() || msg.count() > 0)
+                m.text = msg.trailing.isEmpty() ? msg.param(0) : msg.trailing.toString();
+        } else if (isCommand(command, QLatin1String("ACCOUNT"))) {
+            const QString account = msg.count() > 0 ? msg.param(0) : msg.trailing.toString();
+            if (account.isEmpty())
+                return m;
+            m.kind = Kind::Account;
+            m.source = msg.nick();
+            m.target = account;
+        } else if (isCommand(command, QLatin1String("CHGHOST"))) {
+            const QString host = msg.count() > 1 ? msg.param(1) : msg.trailing.toString();
+            if (msg.count() < 1 || host.isEmpty())
+                return m;
+            m.kind = Kind::Chghost;
+            m.source = msg.nick();
+            m.args = QStringList { msg.param(0), host };
         } else if (isCommand(command, QLatin1String("NICK"))) {
             const QStringView newNick
                 = msg.trailing.isEmpty() ? msg.value(0).trimmed() : msg.trailing.trimmed();

@@ -33,7 +33,28 @@
 //   NickInUse      number: 432 (erroneous) or 433 (in use), target: the refused nick,
 //                  text: the server's reason
 //   ServerText     text: the whole line, trimmed (the received string itself when there was
-//                  nothing to trim)
+//                  nothing to trim), number: the numeric (0 for another command)
+//   Welcome        target: our nick as the server registered it
+//   Cap            target: the subcommand in upper case (LS, ACK, NAK, NEW, DEL, LIST),
+//                  args: the capabilities, number: 1 when more lines of the reply follow
+//   Authenticate   text: the server's part of a SASL exchange ("+" for an empty one)
+//   Isupport       args: the tokens of a 005 reply, text: the whole line
+//   Sasl           number: 902-907 (903 success, the others failure), text: the reason
+//   TopicChange    source, target: the channel, text: the new topic (empty: cleared)
+//   Mode           source, target: channel or nick, args: the mode string and its parameters
+//   Invite         source, target: the invited nick, text: the channel
+//   Away           source, text: the away message; null when they are back
+//   Account        source, target: the account ("*" when logged out)
+//   Chghost        source, args: { new user, new host }
+//   ErrorReply     number: the numeric, args: the parameters after our nick, text: the reason
+//   MonitorOnline  args: the nicks that are online (730)
+//   MonitorOffline args: the nicks that are offline (731)
+//   Ctcp           source, target, args: { command in upper case }, text: its parameters
+//                  (a PRIVMSG wrapped in \x01; ACTION is one)
+//   CtcpReply      source, target, args: { command }, text: the reply (the same in a NOTICE)
+//
+// Any kind: time is the server's time of the message (server-time tag), in
+// milliseconds since the epoch, or 0 when the line has none.
 //
 // Pong, ListEnd, Welcome and Ignored carry nothing. Ignored is what needs no
 // reaction at all: blank lines, a prefix alone, named commands with no
@@ -72,10 +93,26 @@ struct IrcMessage
         WatchOnline, // 600, 604
         WatchOffline, // 601, 605
         ServerText, // any other numeric, or command starting with a digit
+        Cap,
+        Authenticate,
+        Isupport, // 005
+        Sasl, // 902-907
+        TopicChange,
+        Mode,
+        Invite,
+        Away,
+        Account,
+        Chghost,
+        ErrorReply, // 400-599 that concern a nick, channel or command
+        MonitorOnline, // 730
+        MonitorOffline, // 731
+        Ctcp,
+        CtcpReply,
     };
 
     Kind kind = Kind::Ignored;
     int number = 0;
+    qint64 time = 0;
     QString source;
     QString target;
     QString text;

@@ -10,9 +10,11 @@ struct ServerConfig
     QString nickname;
     QString altNickname;
     QString realName;
-    // Display texts, stored as text; the engine keeps them but does not act on them.
+    // Display texts, stored as text (see ServerStore::authMethods()).
     QString authMethod = QStringLiteral("NickServ (/nickserv IDENTIFY)");
     QString password;
+    // The services account to log in as; empty: the nickname.
+    QString account;
     QStringList autojoinChannels;
     QString encoding = QStringLiteral("UTF-8 (Unicode)");
     bool useSsl = false;

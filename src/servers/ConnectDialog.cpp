@@ -638,6 +638,7 @@ void ConnectDialog::onConnectClicked()
             config.altNickname = it->altNickname;
             config.authMethod = it->authMethod;
             config.password = it->password;
+            config.account = it->account;
             config.encoding = it->encoding;
         }
         saveServerConfig(m_currentServerId, config);

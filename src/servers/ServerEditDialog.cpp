@@ -120,6 +120,8 @@ ServerEditDialog::ServerEditDialog(const QString& title, const QString& address,
     passwordEdit = makeEdit(
         QStringLiteral("passwordEdit"), config.password, QStringLiteral("Password for auth on server"), this);
     passwordEdit->setEchoMode(QLineEdit::Password);
+    accountEdit = makeEdit(QStringLiteral("accountEdit"), config.account,
+        QStringLiteral("Services account (empty: the nickname)"), this);
     autojoinEdit = makeEdit(QStringLiteral("autojoinEdit"),
         config.autojoinChannels.join(QStringLiteral(", ")), QStringLiteral("#help, #linux"), this);
     encodingCombo = new QComboBox(this);
@@ -135,6 +137,7 @@ ServerEditDialog::ServerEditDialog(const QString& title, const QString& address,
     form->addRow(QStringLiteral("Second Name:"), altNickEdit);
     form->addRow(QStringLiteral("Real Name:"), realNameEdit);
     form->addRow(QStringLiteral("Auth Method:"), authCombo);
+    form->addRow(QStringLiteral("Account:"), accountEdit);
     form->addRow(QStringLiteral("Password:"), passwordEdit);
     form->addRow(QStringLiteral("Auto join channels:"), autojoinEdit);
     form->addRow(QStringLiteral("Encoding:"), encodingCombo);
@@ -162,6 +165,7 @@ ServerConfig ServerEditDialog::getConfig() const
     config.realName = realNameEdit->text().trimmed();
     config.authMethod = authCombo->currentText();
     config.password = passwordEdit->text();
+    config.account = accountEdit->text().trimmed();
     config.encoding = encodingCombo->currentText();
     config.autojoinChannels = ServerStore::splitChannels(autojoinEdit->text());
     config.useSsl = false;

@@ -36,6 +36,7 @@ private:
     QLineEdit* altNickEdit = nullptr;
     QLineEdit* realNameEdit = nullptr;
     QLineEdit* passwordEdit = nullptr;
+    QLineEdit* accountEdit = nullptr;
     QLineEdit* autojoinEdit = nullptr;
     QComboBox* authCombo = nullptr;
     QComboBox* encodingCombo = nullptr;

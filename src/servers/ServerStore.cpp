@@ -39,6 +39,7 @@ void writeRecord(QSettings& settings, const QString& id, const ServerConfig& con
     settings.setValue(QStringLiteral("realname"), config.realName);
     settings.setValue(QStringLiteral("authmethod"), config.authMethod);
     settings.setValue(QStringLiteral("password"), config.password);
+    settings.setValue(QStringLiteral("account"), config.account);
     settings.setValue(QStringLiteral("autojoin"), config.autojoinChannels);
     settings.setValue(QStringLiteral("encoding"), config.encoding);
     settings.setValue(QStringLiteral("ssl"), config.useSsl);
@@ -237,6 +238,7 @@ ServerConfig ServerStore::loadServerConfig(const QString& id, const ServerConfig
     config.realName = settings.value(QStringLiteral("realname"), fallback.realName).toString();
     config.authMethod = settings.value(QStringLiteral("authmethod"), fallback.authMethod).toString();
     config.password = settings.value(QStringLiteral("password"), fallback.password).toString();
+    config.account = settings.value(QStringLiteral("account"), fallback.account).toString();
     config.autojoinChannels
         = settings.value(QStringLiteral("autojoin"), fallback.autojoinChannels).toStringList();
     config.encoding = settings.value(QStringLiteral("encoding"), fallback.encoding).toString();

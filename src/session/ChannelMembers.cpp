@@ -154,6 +154,32 @@ QList<QPair<QString, QString>> ChannelMembers::rename(const QString& oldNick, co
     return renamed;
 }
 
+QList<QPair<QString, QString>> ChannelMembers::setSymbols(const QString& nick, const QString& symbols)
+{
+    QList<QPair<QString, QString>> changed;
+    const auto found = m_at.constFind(nick.toCaseFolded());
+    if (found == m_at.cend())
+        return changed;
+    for (const qsizetype position : *found) {
+        const QString name = m_entries.at(position);
+        const QString now = symbols + MemberList::stripModePrefix(name);
+        if (now == name)
+            continue;
+        m_entries[position] = now;
+        m_renamed.append(position);
+        changed.append({ name, now });
+    }
+    if (!changed.isEmpty())
+        m_namesValid = false;
+    return changed;
+}
+
+QString ChannelMembers::storedName(const QString& nick) const
+{
+    const auto found = m_at.constFind(nick.toCaseFolded());
+    return found == m_at.cend() || found->isEmpty() ? QString() : m_entries.at(found->constFirst());
+}
+
 bool ChannelMembers::isOperator(const QString& ownNick) const
 {
     const auto found = m_at.constFind(ownNick.toCaseFolded());

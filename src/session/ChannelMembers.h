@@ -38,6 +38,12 @@ public:
     // stored names (before, after).
     QList<QPair<QString, QString>> rename(const QString& oldNick, const QString& newNick);
 
+    // Gives every entry of nick the mode symbols `symbols` (highest first;
+    // empty: none), in place; the pairs of stored names (before, after).
+    QList<QPair<QString, QString>> setSymbols(const QString& nick, const QString& symbols);
+    // The stored name of nick's first entry, or a null string.
+    QString storedName(const QString& nick) const;
+
     // Whether the first listed entry that is exactly ownNick (case-sensitive,
     // symbol ignored) carries operator rights.
     bool isOperator(const QString& ownNick) const;

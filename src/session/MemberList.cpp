@@ -8,6 +8,13 @@ namespace MemberList {
 
 namespace {
 
+// Symbols that networks announced beyond the usual five (PREFIX).
+QString& announcedSymbols()
+{
+    static QString symbols;
+    return symbols;
+}
+
 bool isModeSymbol(QChar c)
 {
     switch (c.unicode()) {
@@ -18,8 +25,17 @@ bool isModeSymbol(QChar c)
     case '+':
         return true;
     default:
-        return false;
+        return !announcedSymbols().isEmpty() && announcedSymbols().contains(c);
     }
+}
+
+// Where the symbols of a stored name end (a name may carry several, multi-prefix).
+qsizetype symbolsEnd(QStringView nick)
+{
+    qsizetype i = 0;
+    while (i < nick.size() && isModeSymbol(nick.at(i)))
+        ++i;
+    return i;
 }
 
 bool sameNick(QStringView a, QStringView b)
@@ -34,18 +50,23 @@ QString ownMarker()
     return QStringLiteral("\u25cf ");
 }
 
+void announceModeSymbols(QStringView symbols)
+{
+    for (const QChar c : symbols) {
+        if (!isModeSymbol(c))
+            announcedSymbols().append(c);
+    }
+}
+
 QString stripModePrefix(const QString& nick)
 {
-    if (!nick.isEmpty() && isModeSymbol(nick.front()))
-        return nick.mid(1);
-    return nick;
+    const qsizetype end = symbolsEnd(nick);
+    return end ? nick.mid(end) : nick;
 }
 
 QStringView stripModePrefix(QStringView nick)
 {
-    if (!nick.isEmpty() && isModeSymbol(nick.front()))
-        return nick.mid(1);
-    return nick;
+    return nick.mid(symbolsEnd(nick));
 }
 
 QString stripOwnMarker(const QString& itemText)
@@ -113,6 +134,21 @@ void sortNames(QStringList& names)
 {
     std::stable_sort(names.begin(), names.end(),
                      [](const QString& a, const QString& b) { return lessByRank(a, b); });
+}
+
+void sortNames(QStringList& names, QStringView rankSymbols)
+{
+    const auto rank = [rankSymbols](QStringView name) {
+        const qsizetype at = name.isEmpty() ? -1 : rankSymbols.indexOf(name.front());
+        return at < 0 ? rankSymbols.size() : at;
+    };
+    std::stable_sort(names.begin(), names.end(), [&rank](const QString& a, const QString& b) {
+        const qsizetype rankA = rank(a);
+        const qsizetype rankB = rank(b);
+        if (rankA != rankB)
+            return rankA < rankB;
+        return stripModePrefix(QStringView(a)).compare(stripModePrefix(QStringView(b)), Qt::CaseInsensitive) < 0;
+    });
 }
 
 QStringList sortedNames(QStringList names)
@@ -233,8 +269,7 @@ int renameMember(QStringList& names, QStringView oldNick, const QString& newNick
     for (QString& name : names) {
         if (!sameNick(stripModePrefix(QStringView(name)), oldNick))
             continue;
-        const bool hasSymbol = stripModePrefix(QStringView(name)).size() != name.size();
-        name = hasSymbol ? name.left(1) + newNick : newNick;
+        name = name.left(symbolsEnd(name)) + newNick;
         ++renamed;
     }
     return renamed;

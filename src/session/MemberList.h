@@ -23,8 +23,12 @@ namespace MemberList {
 // The marker in front of the own entry in the visible list.
 QString ownMarker(); // "\u25cf "
 
-// nick without its first character when that is one of ~ & @ % +; otherwise
-// (and for an empty string) nick unchanged. Only one symbol is removed.
+// Symbols a network uses beyond ~ & @ % + (from its PREFIX); from then on
+// they count as mode symbols too.
+void announceModeSymbols(QStringView symbols);
+
+// nick without its leading mode symbols (~ & @ % + and announced ones; a
+// multi-prefix name carries several); otherwise nick unchanged.
 QString stripModePrefix(const QString& nick);
 QStringView stripModePrefix(QStringView nick);
 
@@ -52,6 +56,8 @@ bool lessCaseInsensitive(QStringView a, QStringView b);
 
 // Sorts a finished NAMES reply (stable, lessByRank).
 void sortNames(QStringList& names);
+// The same with the network's ranks: the symbols of its PREFIX, highest first.
+void sortNames(QStringList& names, QStringView rankSymbols);
 QStringList sortedNames(QStringList names);
 // Inserts name into a list in NAMES order after any equal names; returns
 // the index it went to.

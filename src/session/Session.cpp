@@ -38,9 +38,9 @@ bool isNumericLine(const QString& line)
 
 } // namespace
 
-Session::BufferType Session::typeOf(const QString& name)
+Session::BufferType Session::typeOf(const QString& name) const
 {
-    if (name.startsWith(QLatin1Char('#')))
+    if (m_connection->isChannelName(name))
         return BufferType::Channel;
     if (name == ServerBuffer)
         return BufferType::Server;
@@ -107,14 +107,65 @@ Session::Session(QObject* parent)
     });
     connect(c, &IRCConnection::whoisChannelsReceived, this,
         [this](const QString& nick, const QString& channels) { whoisOf(nick).channels = channels; });
-    connect(c, &IRCConnection::whoisAwayReceived, this,
-        [this](const QString& nick, const QString& message) { whoisOf(nick).awayMsg = message; });
+    connect(c, &IRCConnection::whoisAwayReceived, this, [this](const QString& nick, const QString& message) {
+        if (m_whois.contains(nick)) {
+            whoisOf(nick).awayMsg = message;
+            return;
+        }
+        // The answer to a message sent to someone who is away.
+        const QString query = findQuery(nick);
+        addLine(query.isEmpty() ? ServerBuffer : query, QStringLiteral("is away: %1").arg(message), nick, true);
+    });
     connect(c, &IRCConnection::whoisEndReceived, this,
         [this](const QString&, const QString& nick) { onWhoisEnd(nick); });
     connect(c, &IRCConnection::watchStatus, this, &Session::onWatchStatus);
-    connect(c, &IRCConnection::noticeReceived, this, [this](const QString& from, const QString&, const QString& text) {
-        addLine(ServerBuffer, QStringLiteral("-%1- %2").arg(from, text));
+    connect(c, &IRCConnection::noticeReceived, this, &Session::onNotice);
+    connect(c, &IRCConnection::actionReceived, this, [this](const QString& from, const QString& target, const QString& text) {
+        if (typeOf(target) == BufferType::Query && !m_buffers.contains(target) && !findQuery(target).isEmpty())
+            addLine(findQuery(target), text, from, false, BufferLine::Action);
+        else
+            addLine(target, text, from, false, BufferLine::Action);
     });
+    connect(c, &IRCConnection::ctcpRequestReceived, this,
+        [this](const QString& from, const QString&, const QString& command, const QString& args) {
+            addLine(ServerBuffer,
+                args.isEmpty() ? QStringLiteral("*** CTCP %1 from %2").arg(command, from)
+                               : QStringLiteral("*** CTCP %1 from %2: %3").arg(command, from, args));
+        });
+    connect(c, &IRCConnection::ctcpReplyReceived, this, [this](const QString& from, const QString& command, const QString& text) {
+        addLine(ServerBuffer, QStringLiteral("*** CTCP %1 reply from %2: %3").arg(command, from, text));
+    });
+    connect(c, &IRCConnection::topicChanged, this, [this](const QString& nick, const QString& channel, const QString& topic) {
+        m_topics.insert(channel, topic);
+        if (m_buffers.contains(channel))
+            addLine(channel,
+                topic.isEmpty() ? QStringLiteral("cleared the topic") : QStringLiteral("changed the topic to: %1").arg(topic),
+                nick, true);
+        emit topicChanged(channel);
+    });
+    connect(c, &IRCConnection::modeReceived, this, &Session::onMode);
+    connect(c, &IRCConnection::inviteReceived, this, [this](const QString& from, const QString& nick, const QString& channel) {
+        if (!isOwnNick(nick)) // invite-notify: someone else was invited
+            return;
+        addLine(ServerBuffer, QStringLiteral("*** %1 invites you to %2").arg(from, channel));
+        emit invited(from, channel);
+    });
+    connect(c, &IRCConnection::userAwayChanged, this, [this](const QString& nick, const QString& message) {
+        const QString query = findQuery(nick);
+        if (!query.isEmpty())
+            addLine(query, message.isNull() ? QStringLiteral("is back") : QStringLiteral("is away (%1)").arg(message),
+                nick, true);
+        emit userAway(nick, message);
+    });
+    connect(c, &IRCConnection::accountChanged, this, &Session::accountChanged);
+    connect(c, &IRCConnection::saslFinished, this, [this](bool success, const QString& reason) {
+        addLine(ServerBuffer,
+            success ? QStringLiteral("*** Logged in with SASL.")
+                    : QStringLiteral("*** SASL login failed (%1); connecting without it.").arg(reason));
+        emit loginFinished(success, reason);
+    });
+    connect(c, &IRCConnection::serverSupportChanged, this, &Session::onServerSupport);
+    connect(c, &IRCConnection::errorReplyReceived, this, &Session::onErrorReply);
     connect(c, &IRCConnection::nickRejected, this, [this](const QString& nick, int numeric, const QString&) {
         m_pendingNick.clear();
         addLine(ServerBuffer,
@@ -162,9 +213,20 @@ bool Session::isOwnNick(const QString& nick) const
     // An empty sender marks a line of the buffer itself, never the user.
     if (nick.isEmpty())
         return false;
-    if (nick.compare(m_connection->currentNick(), Qt::CaseInsensitive) == 0)
+    if (m_connection->sameName(nick, m_connection->currentNick()))
         return true;
-    return !m_pendingNick.isEmpty() && nick.compare(m_pendingNick, Qt::CaseInsensitive) == 0;
+    return !m_pendingNick.isEmpty() && m_connection->sameName(nick, m_pendingNick);
+}
+
+QString Session::networkName() const
+{
+    const QString network = m_connection->serverSupport().network;
+    return network.isEmpty() ? host() : network;
+}
+
+QString Session::prefixSymbols() const
+{
+    return m_connection->serverSupport().prefixSymbols;
 }
 
 // --- Buffers ----------------------------------------------------------------------
@@ -221,11 +283,32 @@ void Session::trimBuffer(const QString& name, qsizetype rows)
 
 QString Session::findQuery(const QString& nick) const
 {
+    const QString folded = m_connection->foldCase(nick);
     for (auto it = m_buffers.cbegin(); it != m_buffers.cend(); ++it) {
-        if (typeOf(it.key()) == BufferType::Query && it.key().compare(nick, Qt::CaseInsensitive) == 0)
+        if (typeOf(it.key()) == BufferType::Query && m_connection->foldCase(it.key()) == folded)
             return it.key();
     }
     return QString();
+}
+
+QString Session::findBuffer(const QString& name) const
+{
+    if (m_buffers.contains(name))
+        return name;
+    const QString folded = m_connection->foldCase(name);
+    for (auto it = m_buffers.cbegin(); it != m_buffers.cend(); ++it) {
+        if (m_connection->foldCase(it.key()) == folded)
+            return it.key();
+    }
+    return QString();
+}
+
+void Session::watchQuery(const QString& nick)
+{
+    // Follow the peer to tell when they come and go.
+    const QString folded = m_connection->foldCase(nick);
+    if (!m_watched.contains(folded) && m_connection->sendWatch(nick, true))
+        m_watched.insert(folded);
 }
 
 bool Session::openBuffer(const QString& name)
@@ -235,12 +318,7 @@ bool Session::openBuffer(const QString& name)
     m_buffers.insert(name, Buffer());
     if (typeOf(name) == BufferType::Query) {
         m_queryOpenings.append(m_clock.elapsed());
-        // Watch the peer to tell when they come and go.
-        const QString lower = name.toLower();
-        if (!m_watched.contains(lower)) {
-            m_connection->sendWatch(name, true);
-            m_watched.insert(lower);
-        }
+        watchQuery(name);
     }
     emit bufferOpened(name);
     return true;
@@ -251,10 +329,8 @@ void Session::closeBuffer(const QString& name)
     if (name == ServerBuffer)
         return;
     const BufferType type = typeOf(name);
-    if (type == BufferType::Query && m_watched.contains(name.toLower())) {
+    if (type == BufferType::Query && m_watched.remove(m_connection->foldCase(name)))
         m_connection->sendWatch(name, false);
-        m_watched.remove(name.toLower());
-    }
     if (type == BufferType::Channel && isConnected()) {
         m_connection->partChannel(name);
         addLine(ServerBuffer, QStringLiteral("*** You left %1").arg(name));
@@ -279,10 +355,15 @@ bool Session::mentions(const QString& text)
     return m_mentionPattern.match(text).hasMatch();
 }
 
-void Session::addLine(const QString& buffer, const QString& text, const QString& sender, bool status)
+void Session::addLine(
+    const QString& buffer, const QString& text, const QString& sender, bool status, quint8 extraFlags, qint64 time)
 {
     BufferLine line;
-    line.time = QDateTime::currentMSecsSinceEpoch();
+    // The server's time of the message when it gives one (server-time).
+    if (!time)
+        time = m_connection->messageTime();
+    line.time = time ? time : QDateTime::currentMSecsSinceEpoch();
+    line.flags = extraFlags;
     line.sender = sender;
     const bool own = isOwnNick(sender);
     const bool ownAway = own && m_away;
@@ -358,13 +439,28 @@ void Session::onRegistered()
             m_connection->setServerConfig(config);
         }
     }
+    // Joined a few to a line, so that a long list does not wait for the
+    // send pace channel by channel.
+    QStringList batch;
+    int batchBytes = 0;
+    const auto joinBatch = [this, &batch, &batchBytes] {
+        if (!batch.isEmpty())
+            m_connection->joinChannel(batch.join(QLatin1Char(',')));
+        batch.clear();
+        batchBytes = 0;
+    };
     const QStringList channels = m_autojoin;
     for (const QString& channel : channels) {
         if (typeOf(channel) != BufferType::Channel)
             continue;
-        m_connection->joinChannel(channel);
+        const int bytes = int(channel.toUtf8().size()) + 1;
+        if (batchBytes + bytes > 400)
+            joinBatch();
+        batch.append(channel);
+        batchBytes += bytes;
         addLine(ServerBuffer, QStringLiteral("*** Autojoining %1").arg(channel));
     }
+    joinBatch();
     emit stateChanged();
 }
 
@@ -382,13 +478,20 @@ void Session::onDisconnected()
         emit awayChanged(false);
 }
 
-void Session::onRawMessage(const QString& line)
+void Session::onRawMessage(const QString& received)
 {
+    // Message tags (server-time and the like) are not for reading.
+    const QString line = received.startsWith(QLatin1Char('@')) ? received.section(QLatin1Char(' '), 1) : received;
     // User traffic (":nick!user@host ...") is shown by its own handlers,
     // numerics as server messages.
     if (line.startsWith(QLatin1Char(':')) && line.contains(QLatin1Char('!')))
         return;
     if (isNumericLine(line) || m_inList)
+        return;
+    // Shown by their own handlers.
+    const qsizetype space = line.indexOf(QLatin1Char(' '));
+    const QStringView command = QStringView(line).mid(space + 1, 7);
+    if (line.startsWith(QLatin1Char(':')) && command.startsWith(QLatin1String("NOTICE ")))
         return;
     addLine(ServerBuffer, QStringLiteral("<< ") + line);
 }
@@ -406,8 +509,11 @@ bool Session::inQueryBurst()
 
 void Session::onPrivmsg(const QString& from, const QString& target, const QString& text)
 {
-    const bool toMe = target.compare(nick(), Qt::CaseInsensitive) == 0;
-    const QString buffer = toMe ? from : target;
+    // The connection gives a private message its sender as the target.
+    const bool channel = typeOf(target) == BufferType::Channel;
+    QString buffer = channel ? target : findQuery(from);
+    if (buffer.isEmpty())
+        buffer = from;
     // A flood of new senders opens no more conversations than a person can
     // follow: their first messages are listed in the server buffer instead.
     if (typeOf(buffer) == BufferType::Query && !m_buffers.contains(buffer) && inQueryBurst()) {
@@ -492,7 +598,7 @@ void Session::onNames(const QString& channel, const QStringList& names)
 void Session::onNamesFinished(const QString& channel)
 {
     QStringList names = m_pendingNames.take(channel);
-    MemberList::sortNames(names);
+    MemberList::sortNames(names, prefixSymbols());
     m_members[channel].reset(names);
     emit membersReset(channel);
     emit membersChanged(channel);
@@ -535,6 +641,84 @@ void Session::onWatchStatus(const QString& nick, bool online)
     addLine(query, online ? QStringLiteral("is back online") : QStringLiteral("quit (WATCH)"), query, true);
 }
 
+void Session::onNotice(const QString& from, const QString& target, const QString& text, bool fromUser)
+{
+    const QString row = from.isEmpty() ? text : QStringLiteral("-%1- %2").arg(from, text);
+    // In a channel's buffer when sent to the channel; a user's in their
+    // conversation when one is open; services and servers in the server buffer.
+    QString buffer = typeOf(target) == BufferType::Channel ? findBuffer(target) : QString();
+    if (buffer.isEmpty() && fromUser)
+        buffer = findQuery(from);
+    addLine(buffer.isEmpty() ? ServerBuffer : buffer, row, QString(), false, BufferLine::Notice);
+}
+
+void Session::onMode(const QString& from, const QString& target, const QStringList& modes)
+{
+    const QString text = modes.join(QLatin1Char(' '));
+    if (typeOf(target) != BufferType::Channel) {
+        addLine(ServerBuffer, QStringLiteral("*** %1 sets mode %2 on %3").arg(from, text, target));
+        emit modesChanged(target, from, modes);
+        return;
+    }
+    const IRCConnection::ServerSupport& support = m_connection->serverSupport();
+    const QString& prefixModes = support.prefixModes;
+    const QString& symbols = support.prefixSymbols;
+    const auto members = m_members.find(target);
+    bool adding = true;
+    qsizetype next = 1;
+    const QString changes = modes.value(0);
+    for (const QChar mode : changes) {
+        if (mode == QLatin1Char('+') || mode == QLatin1Char('-')) {
+            adding = mode == QLatin1Char('+');
+            continue;
+        }
+        const qsizetype rank = prefixModes.indexOf(mode);
+        const bool takesParameter = rank >= 0 || support.chanModes.value(0).contains(mode)
+            || support.chanModes.value(1).contains(mode) || (adding && support.chanModes.value(2).contains(mode));
+        const QString parameter = takesParameter ? modes.value(next++) : QString();
+        if (rank < 0 || parameter.isEmpty() || members == m_members.end())
+            continue;
+        // A member's rank: their symbols with this one added or taken away, highest first.
+        const QString stored = members->storedName(parameter);
+        if (stored.isNull())
+            continue;
+        QString held = stored.left(stored.size() - MemberList::stripModePrefix(stored).size());
+        const QChar symbol = symbols.at(rank);
+        held.remove(symbol);
+        if (adding)
+            held.append(symbol);
+        std::sort(held.begin(), held.end(), [&symbols](QChar a, QChar b) { return symbols.indexOf(a) < symbols.indexOf(b); });
+        if (!m_connection->hasCap(QStringLiteral("multi-prefix")))
+            held = held.left(1);
+        for (const auto& pair : members->setSymbols(parameter, held))
+            emit memberRenamed(target, pair.first, pair.second);
+    }
+    const QString channel = findBuffer(target);
+    if (!channel.isEmpty())
+        addLine(channel, QStringLiteral("sets mode %1").arg(text), from, true);
+    if (members != m_members.end())
+        emit membersChanged(target);
+    emit modesChanged(target, from, modes);
+}
+
+void Session::onServerSupport()
+{
+    MemberList::announceModeSymbols(prefixSymbols());
+    // Conversations opened before the server said how to follow nicks.
+    for (auto it = m_buffers.cbegin(); it != m_buffers.cend(); ++it) {
+        if (typeOf(it.key()) == BufferType::Query)
+            watchQuery(it.key());
+    }
+}
+
+void Session::onErrorReply(int numeric, const QString& subject, const QString& text)
+{
+    const QString buffer = subject.isEmpty() ? QString() : findBuffer(subject);
+    addLine(buffer.isEmpty() ? ServerBuffer : buffer,
+        subject.isEmpty() ? QStringLiteral("*** %1").arg(text) : QStringLiteral("*** %1: %2").arg(subject, text));
+    emit errorReply(numeric, subject, text);
+}
+
 void Session::onWhoisEnd(const QString& nick)
 {
     const WhoisReply info = m_whois.take(nick);
@@ -570,6 +754,12 @@ void Session::onListEnd()
 
 void Session::connectTo(const QString& host, quint16 port, const ServerConfig& config)
 {
+    // How fast lines go out; tests shorten it.
+    const QSettings settings;
+    IRCConnection::SendPacing pacing;
+    pacing.burst = qBound(1, settings.value(QStringLiteral("sendBurst"), pacing.burst).toInt(), 100);
+    pacing.intervalMs = qBound(0, settings.value(QStringLiteral("sendInterval"), pacing.intervalMs).toInt(), 60000);
+    m_connection->setSendPacing(pacing);
     m_autojoin = config.autojoinChannels;
     m_connection->setServerConfig(config);
     m_port = port;
@@ -616,6 +806,24 @@ void Session::sendMessage(const QString& target, const QString& text)
     const QStringList pieces = m_connection->sendPrivmsg(target, text);
     for (const QString& piece : pieces)
         addLine(target, piece, nick());
+}
+
+void Session::sendNotice(const QString& target, const QString& text)
+{
+    const QStringList pieces = m_connection->sendNotice(target, text);
+    for (const QString& piece : pieces)
+        addLine(target, QStringLiteral("-%1- %2").arg(nick(), piece), QString(), false, BufferLine::Notice);
+}
+
+void Session::sendAction(const QString& target, const QString& text)
+{
+    // The \x01 wrapping and "ACTION " take their bytes from the budget.
+    const int budget = m_connection->messageBudget(target) - 9;
+    const QStringList pieces = IRCConnection::splitText(text, budget);
+    for (const QString& piece : pieces) {
+        m_connection->sendRaw(QStringLiteral("PRIVMSG %1 :\x01" "ACTION %2\x01").arg(target, piece));
+        addLine(target, piece, nick(), false, BufferLine::Action);
+    }
 }
 
 void Session::sendRaw(const QString& line)

@@ -25,6 +25,8 @@ struct BufferLine
         Own = 2, // written by the user (their nick or the nick they asked for)
         OwnAway = 4, // written by the user while away: grey, italic nick
         Mention = 8, // names the user in a channel, or any private message to them
+        Action = 16, // "/me": text is what the sender does
+        Notice = 32, // a NOTICE
     };
 
     qint64 time = 0; // milliseconds since the epoch
@@ -59,7 +61,8 @@ public:
         Query,
         Other, // the channel list's name
     };
-    static BufferType typeOf(const QString& name);
+    // What a buffer name stands for on this network (its channel prefixes).
+    BufferType typeOf(const QString& name) const;
 
     // WHOIS replies gathered for one nick until the end of the reply.
     struct WhoisReply
@@ -103,6 +106,10 @@ public:
     QString pendingNick() const { return m_pendingNick; }
     // Whether nick is the user's (current nick or the pending one, case ignored).
     bool isOwnNick(const QString& nick) const;
+    // The network's name as the server gives it (ISUPPORT NETWORK), else the host.
+    QString networkName() const;
+    // The member rank symbols of this network, highest first ("~&@%+").
+    QString prefixSymbols() const;
     bool isAway() const { return m_away; }
     QString awayMessage() const { return m_awayMessage; }
 
@@ -122,6 +129,8 @@ public:
     void trimBuffer(const QString& name, qsizetype rows);
     // The query buffer of nick (case ignored), or an empty string.
     QString findQuery(const QString& nick) const;
+    // The open buffer whose name is name under the network's case mapping, or an empty string.
+    QString findBuffer(const QString& name) const;
     // Opens the buffer if it is not open; true when it was opened now.
     bool openBuffer(const QString& name);
     // The user closes a buffer: a channel is left, a query's nick is no longer
@@ -130,7 +139,8 @@ public:
     // Adds a row to a buffer, opening the buffer first when needed. status:
     // a grey row. The session decides whether it is the user's own and
     // whether it mentions them.
-    void addLine(const QString& buffer, const QString& text, const QString& sender = QString(), bool status = false);
+    void addLine(const QString& buffer, const QString& text, const QString& sender = QString(), bool status = false,
+        quint8 extraFlags = 0, qint64 time = 0);
 
     // --- Channels ---
     bool hasMembers(const QString& channel) const { return m_members.contains(channel); }
@@ -159,6 +169,8 @@ public:
     // Keeps the autojoin list in the current record and stores it.
     void rememberServerRecord();
     void sendMessage(const QString& target, const QString& text);
+    void sendNotice(const QString& target, const QString& text);
+    void sendAction(const QString& target, const QString& text);
     void sendRaw(const QString& line);
     void join(const QString& channel);
     void part(const QString& channel);
@@ -197,6 +209,16 @@ signals:
     // After any change to channel's members (and to the user's rank there).
     void membersChanged(const QString& channel);
     void topicChanged(const QString& channel);
+    // Modes of a channel or of the user changed (modes: the mode string and its parameters).
+    void modesChanged(const QString& target, const QString& by, const QStringList& modes);
+    void invited(const QString& by, const QString& channel);
+    // A user's away state changed (away-notify); message is null when they are back.
+    void userAway(const QString& nick, const QString& message);
+    void accountChanged(const QString& nick, const QString& account);
+    // The outcome of a SASL login.
+    void loginFinished(bool success, const QString& reason);
+    // A server error reply about subject (a channel, a nick or a command).
+    void errorReply(int numeric, const QString& subject, const QString& text);
 
     // Connected, registered, disconnected or the own nick changed.
     void stateChanged();
@@ -230,6 +252,11 @@ private:
     void onQuit(const QString& nick, const QString& reason);
     void onKick(const QString& channel, const QString& kicked, const QString& kicker, const QString& reason);
     void onWatchStatus(const QString& nick, bool online);
+    void onNotice(const QString& from, const QString& target, const QString& text, bool fromUser);
+    void onMode(const QString& from, const QString& target, const QStringList& modes);
+    void onServerSupport();
+    void onErrorReply(int numeric, const QString& subject, const QString& text);
+    void watchQuery(const QString& nick);
     void onWhoisEnd(const QString& nick);
     void onListStart();
     void onListEnd();

@@ -437,7 +437,7 @@ private slots:
         QTest::newRow("plain") << "a" << "a" << 6 << false;
         QTest::newRow("empty") << "" << "" << 6 << false;
         QTest::newRow("not a symbol") << "!a" << "!a" << 6 << false;
-        QTest::newRow("one symbol only") << "@+a" << "+a" << 3 << true;
+        QTest::newRow("multi-prefix") << "@+a" << "a" << 3 << true;
         QTest::newRow("symbol alone") << "@" << "" << 3 << true;
         QTest::newRow("symbol later") << "a@b" << "a@b" << 6 << false;
     }

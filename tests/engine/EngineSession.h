@@ -14,7 +14,7 @@ public:
         , altNick(altNick)
     { }
 
-    // Connects, waits for the server to see NICK and USER, then clears what
+    // Connects, waits for the server to see CAP, NICK and USER, then clears what
     // the server received and what was recorded. False on failure.
     bool start()
     {
@@ -23,7 +23,7 @@ public:
         connection.setServerConfig(config);
         connection.connectToServer(
             QStringLiteral("127.0.0.1"), server.port(), nick, QStringLiteral("A"), false);
-        if (!server.waitForLines(2))
+        if (!server.waitForLines(3))
             return false;
         server.takeReceived();
         recorder.clear();
@@ -50,6 +50,7 @@ public:
         if (!QTest::qWaitFor([&] { return recorder.log().contains(entry); }, FakeIrcServer::TimeoutMs))
             return false;
         recorder.remove(entry);
+        recorder.remove(QStringLiteral("noticeReceived:sync.test|*|") + QString::fromLatin1(Marker) + QStringLiteral("|false"));
         return true;
     }
 

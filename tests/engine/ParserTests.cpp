@@ -115,14 +115,50 @@ void TestEngine::parserDispatch_data()
     // Other numerics reach the server tab as the whole line.
     row("603", ":irc.test 603 alice :You have 2 and are on 0 WATCH entries",
         { "serverMessage::irc.test 603 alice :You have 2 and are on 0 WATCH entries" });
+    row("001 under another nick", ":irc.test 001 alic :Welcome",
+        { "ownNickChanged:alic", "serverMessage:Connected and registered.", "registered" });
     row("numeric padded", "  :irc.test 376 alice :End of message of the day.  ",
         { "serverMessage::irc.test 376 alice :End of message of the day." });
     row("numeric without prefix", "372 alice :line 2", { "serverMessage:372 alice :line 2" });
     row("four digits", ":irc.test 0001 alice :x", { "serverMessage::irc.test 0001 alice :x" });
     // Named commands without a signal of their own are dropped.
     row("NOTICE", ":bob!bobuser@127.0.0.1 NOTICE #test :a channel notice",
-        { "noticeReceived:bob|#test|a channel notice" });
-    row("NOTICE of the server", ":irc.test NOTICE * :*** Looking up your hostname", none);
+        { "noticeReceived:bob|#test|a channel notice|true" });
+    row("NOTICE of the server", ":irc.test NOTICE * :*** Looking up your hostname",
+        { "noticeReceived:irc.test|*|*** Looking up your hostname|false" });
+    row("NOTICE to ranks", ":bob!b@h NOTICE @#test :ops", { "noticeReceived:bob|#test|ops|true" });
+    row("status message", ":bob!b@h PRIVMSG +#test :voiced", { "privmsgReceived:bob|#test|voiced" });
+    row("server-time tag", "@time=2026-11-25T20:00:00.000Z;x=y :bob!b@h PRIVMSG #test :hi",
+        { "privmsgReceived:bob|#test|hi" });
+    row("tags alone", "@time=2026-11-25T20:00:00.000Z", none);
+
+    row("ACTION", ":bob!b@h PRIVMSG #test :\x01" "ACTION waves\x01", { "actionReceived:bob|#test|waves" });
+    row("ACTION in private", ":bob!b@h PRIVMSG alice :\x01" "ACTION waves", { "actionReceived:bob|bob|waves" });
+    row("CTCP VERSION", ":bob!b@h PRIVMSG alice :\x01VERSION\x01", { "ctcpRequestReceived:bob|alice|VERSION|" },
+        { "NOTICE bob :\x01VERSION Quenvar 2.0\x01" });
+    row("CTCP PING", ":bob!b@h PRIVMSG alice :\x01PING 123 4\x01", { "ctcpRequestReceived:bob|alice|PING|123 4" },
+        { "NOTICE bob :\x01PING 123 4\x01" });
+    row("CTCP unknown", ":bob!b@h PRIVMSG alice :\x01" "FINGER\x01", { "ctcpRequestReceived:bob|alice|FINGER|" });
+    row("CTCP reply", ":bob!b@h NOTICE alice :\x01VERSION X 1.0\x01", { "ctcpReplyReceived:bob|VERSION|X 1.0" });
+    row("TOPIC", ":bob!b@h TOPIC #test :new topic", { "topicChanged:bob|#test|new topic" });
+    row("TOPIC cleared", ":bob!b@h TOPIC #test :", { "topicChanged:bob|#test|" });
+    row("MODE member", ":alice!a@h MODE #test +o :bob", { "modeReceived:alice|#test|+o,bob" });
+    row("MODE user", ":alice MODE alice :+iw", { "modeReceived:alice|alice|+iw" });
+    row("MODE bare", ":alice!a@h MODE #test", none);
+    row("INVITE", ":bob!b@h INVITE alice :#test", { "inviteReceived:bob|alice|#test" });
+    row("AWAY", ":bob!b@h AWAY :lunch", { "userAwayChanged:bob|lunch" });
+    row("AWAY back", ":bob!b@h AWAY", { "userAwayChanged:bob|" });
+    row("ACCOUNT", ":bob!b@h ACCOUNT bobby", { "accountChanged:bob|bobby" });
+    row("CHGHOST", ":bob!b@h CHGHOST nu new.host", { "hostChanged:bob|nu|new.host" });
+    row("CHGHOST too few", ":bob!b@h CHGHOST nu", none);
+    row("401", ":irc.test 401 alice bob :No such nick/channel", { "errorReplyReceived:401|bob|No such nick/channel" });
+    row("441 names the channel", ":irc.test 441 alice bob #test :They are not on that channel",
+        { "errorReplyReceived:441|#test|They are not on that channel" });
+    row("482", ":irc.test 482 alice #test :You must be a channel op", { "errorReplyReceived:482|#test|You must be a channel op" });
+    row("904", ":irc.test 904 alice :SASL authentication failed", { "saslFinished:false|SASL authentication failed" },
+        { "CAP END" });
+    row("730", ":irc.test 730 alice :bob!b@h,carl!c@h", { "watchStatus:bob|true", "watchStatus:carl|true" });
+    row("731", ":irc.test 731 alice :bob", { "watchStatus:bob|false" });
 
     row("white space", " \t \r ", none);
     row("only prefix", ":irc.test", none);
@@ -134,7 +170,7 @@ void TestEngine::parserDispatch_data()
     for (int i = 0; i < 20000; ++i)
         many.append(QStringLiteral("#c%1").arg(i));
     const QString isupport = ":irc.test 005 alice " + many.join(' ') + " :are supported by this server";
-    row("20000 parameters", isupport, { "serverMessage:" + isupport });
+    row("20000 parameters", isupport, { "serverSupportChanged", "serverMessage:" + isupport });
     row("PRIVMSG to 20000 targets", ":bob!b@h PRIVMSG " + many.join(' ') + " :hi",
         { "privmsgReceived:bob|#c0|hi" });
     row("353 of 20000 names", ":irc.test 353 alice = #big :" + many.join(' '),
@@ -179,7 +215,10 @@ void TestEngine::parserMessage_data()
         { "", "alice", "Nickname is already in use." }, 433);
     row("432", ":irc.test 432 * a!b :Erroneous Nickname", K::NickInUse, { "", "a!b", "Erroneous Nickname" }, 432);
     row("JOIN learns user@host", ":me!u@h.example JOIN #c", K::Join, { "me", "#c", "u@h.example" });
-    row("numeric padded", " :s 376 a :End ", K::ServerText, { "", "", ":s 376 a :End" });
+    row("numeric padded", " :s 376 a :End ", K::ServerText, { "", "", ":s 376 a :End" }, 376);
+    row("CAP LS continued", ":s CAP * LS * :sasl=PLAIN multi-prefix", K::Cap, { "", "LS", "", "sasl=PLAIN", "multi-prefix" }, 1);
+    row("CAP ACK", ":s CAP alice ACK :sasl ", K::Cap, { "", "ACK", "", "sasl" });
+    row("AUTHENTICATE", "AUTHENTICATE :+", K::Authenticate, { "", "", "+" });
     row("NOTICE", ":bob!b@h NOTICE #test :hi", K::Notice, { "bob", "#test", "hi", "b@h" });
 }
 

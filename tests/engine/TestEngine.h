@@ -23,8 +23,8 @@ private slots:
     void parserListCounters();
 
     // Connection (ConnectionTests.cpp)
+    void registrationBytes_data();
     void registrationBytes();
-    void emptyRealNameIsTheNick();
     void splitText_data();
     void splitText();
     void commandBytes_data();

@@ -6,6 +6,7 @@
 #include "Session.h"
 #include "TestMain.h"
 
+#include <QDateTime>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTest>
@@ -106,10 +107,24 @@ private slots:
         row("private message", ":bob!u@h PRIVMSG me :psst", "bob", "bob", "psst", BufferLine::Mention);
         row("own join", ":me!u@h JOIN :#new", "#new", "me", "joined me", BufferLine::Status | BufferLine::Own);
         row("numeric", ":irc.test 372 me :- motd", "Server", "", ":irc.test 372 me :- motd", 0);
-        row("other server line", "NOTICE AUTH :*** hello", "Server", "", "<< NOTICE AUTH :*** hello", 0);
+        row("notice without prefix", "NOTICE AUTH :*** hello", "Server", "", "*** hello", BufferLine::Notice);
+        row("other server line", ":irc.test WALLOPS :hello", "Server", "", "<< :irc.test WALLOPS :hello", 0);
+        row("notice to a channel", ":me!u@h JOIN #c\n:bob!u@h NOTICE @#c :ops", "#c", "", "-bob- ops", BufferLine::Notice);
+        row("action", ":bob!u@h PRIVMSG #c :\x01" "ACTION waves\x01", "#c", "bob", "waves", BufferLine::Action);
+        row("ctcp request", ":bob!u@h PRIVMSG me :\x01TIME\x01", "Server", "", "*** CTCP TIME from bob", 0);
+        row("topic change", ":bob!u@h JOIN #c\n:bob!u@h TOPIC #c :new", "#c", "bob", "changed the topic to: new",
+            BufferLine::Status);
+        row("error about a channel", ":me!u@h JOIN #c\n:s 482 me #c :You're not a channel operator", "#c", "",
+            "*** #c: You're not a channel operator", 0);
+        row("error about nobody open", ":s 401 me zed :No such nick", "Server", "", "*** zed: No such nick", 0);
+        row("away reply to a message", ":bob!u@h PRIVMSG me :hi\n:s 301 me bob :lunch", "bob", "bob",
+            "is away: lunch", BufferLine::Status | BufferLine::Mention);
+        row("invite", ":bob!u@h INVITE me :#c", "Server", "", "*** bob invites you to #c", 0);
+        row("SASL failure", ":s 904 me :SASL authentication failed", "Server", "",
+            "*** SASL login failed (SASL authentication failed); connecting without it.", 0);
         row("kick", ":op!u@h KICK #c bob :out", "#c", "bob", "was kicked by op (out)", BufferLine::Status);
         row("notice of a service", ":NickServ!s@services NOTICE me :Password accepted", "Server", "",
-            "-NickServ- Password accepted", 0);
+            "-NickServ- Password accepted", BufferLine::Notice);
         row("nick change refused", ":irc.test 433 me taken :Nickname is already in use.", "Server", "",
             "Nickname taken is already in use.", 0);
         row("whois summary",
@@ -197,16 +212,22 @@ private slots:
     {
         Harness h;
         QVERIFY(h.connect());
-        h.says(":bob!u@h PRIVMSG me :hi\n:carl!u@h PRIVMSG me :yo");
+        // Opened before the server said it has WATCH: watched once it does.
+        h.says(":bob!u@h PRIVMSG me :hi\n:s 005 me WATCH=128 :are supported\n:carl!u@h PRIVMSG me :yo");
         QCOMPARE(h.sent(2), (QStringList { "WATCH +bob", "WATCH +carl" }));
+        // rfc1459 case mapping: [ and { are the same letter.
+        h.says(":BOB!u@h PRIVMSG me :again\n:x[1]!u@h PRIVMSG me :a\n:X{1}!u@h PRIVMSG me :b");
         QCOMPARE(h.session->findQuery("BOB"), QStringLiteral("bob"));
+        QCOMPARE(h.lines("x[1]"), (QStringList { "a", "b" }));
+        h.session->closeBuffer("x[1]");
         QSignalSpy renamed(h.session.get(), &Session::bufferRenamed);
         h.says(":bob!u@h NICK :rob\n:s 601 me rob u h 0 :logged off\n:s 600 me rob u h 0 :logged on");
         QCOMPARE(renamed.value(0), (QList<QVariant> { "bob", "rob" }));
         QVERIFY(!h.session->hasBuffer("bob"));
-        QCOMPARE(h.lines("rob"), (QStringList { "hi", "is now known as rob", "quit (WATCH)", "is back online" }));
+        QCOMPARE(h.lines("rob"), (QStringList { "hi", "again", "is now known as rob", "quit (WATCH)", "is back online" }));
         h.session->closeBuffer("carl");
-        QCOMPARE(h.sent(3).value(2), QStringLiteral("WATCH -carl"));
+        QTRY_VERIFY(h.peer.lines().contains("WATCH -carl"));
+        QCOMPARE(h.peer.linesStartingWith("WATCH").filter("x"), (QStringList { "WATCH +x[1]", "WATCH -x[1]" }));
         QVERIFY(!h.session->watchedNicks().contains("carl"));
     }
 
@@ -317,6 +338,46 @@ private slots:
         QVERIFY(!h.session->hasBuffer("#c") && !h.session->hasMembers("#c"));
     }
 
+    // What the server says about itself decides channels, ranks and symbols;
+    // mode changes move members between ranks; server-time dates rows.
+    void serverSupportAndModes()
+    {
+        Harness h;
+        QVERIFY(h.connect());
+        h.says(":s 005 me CHANTYPES=#& PREFIX=(Yov)!@+ CHANMODES=b,k,l,nt NETWORK=TestNet :are supported\n"
+               ":me!u@h JOIN &local\n:s 353 me = &local :+bob !carl @me dave\n:s 366 me &local :End");
+        QCOMPARE(h.session->networkName(), QStringLiteral("TestNet"));
+        QVERIFY(h.session->typeOf("&local") == Session::BufferType::Channel);
+        QCOMPARE(h.session->members("&local"), (QStringList { "!carl", "@me", "+bob", "dave" }));
+        h.says(":me!u@h MODE &local +o-v+bk bob x!*@* key\n:me!u@h MODE &local +v :dave\n"
+               ":me!u@h MODE &local -Y carl");
+        QCOMPARE(h.session->members("&local"), (QStringList { "carl", "@me", "@bob", "+dave" }));
+        QCOMPARE(h.last("&local").text, QStringLiteral("sets mode -Y carl"));
+        h.says("@time=2020-01-02T03:04:05.678Z :bob!u@h PRIVMSG &local :then");
+        QCOMPARE(h.last("&local").time, QDateTime(QDate(2020, 1, 2), QTime(3, 4, 5, 678), Qt::UTC).toMSecsSinceEpoch());
+    }
+
+    // Once registered, lines go out at the set pace, in order; the ones still
+    // waiting are dropped when the link ends.
+    void sendPace()
+    {
+        QSettings().setValue("sendBurst", 2);
+        QSettings().setValue("sendInterval", 150);
+        Harness h;
+        QVERIFY(h.connect());
+        QSettings().remove("sendBurst");
+        QSettings().remove("sendInterval");
+        for (int i = 0; i < 6; ++i)
+            h.session->sendRaw(QStringLiteral("PRIVMSG #c :%1").arg(i));
+        QCOMPARE(h.session->connection()->queuedLines(), 4);
+        QTRY_COMPARE(h.peer.linesStartingWith("PRIVMSG").size(), 6);
+        QCOMPARE(h.peer.linesStartingWith("PRIVMSG").last(), QStringLiteral("PRIVMSG #c :5"));
+        for (int i = 0; i < 5; ++i)
+            h.session->sendRaw(QStringLiteral("PRIVMSG #c :again"));
+        h.session->disconnectFromServer();
+        QCOMPARE(h.session->connection()->queuedLines(), 0);
+    }
+
     // The record's autojoin list is stored with it and joined once registered.
     void autojoinOnRegistration()
     {
@@ -325,7 +386,7 @@ private slots:
         h.autojoin = QStringList { "#one", "nochannel", "#two" };
         QVERIFY(h.connect(QStringLiteral("me"), true));
         QCOMPARE(h.session->serverId(), id);
-        QTRY_COMPARE(h.peer.linesStartingWith("JOIN"), (QStringList { "JOIN #one", "JOIN #two" }));
+        QTRY_COMPARE(h.peer.linesStartingWith("JOIN"), (QStringList { "JOIN #one,#two" }));
         QVERIFY(h.lines("Server").contains("*** Autojoining #two"));
         h.session->setAutojoin("#one", false);
         QCOMPARE(QSettings().value("servers/" + id + "/autojoin").toStringList(), (QStringList { "nochannel", "#two" }));

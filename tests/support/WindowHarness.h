@@ -22,8 +22,9 @@ struct WindowHarness
     std::unique_ptr<MainWindow> window { new MainWindow(nullptr, MainWindow::Startup::Quiet) };
     std::unique_ptr<LinePeer> peer;
 
-    // Connects as nick; true once connected. The lines sent while connecting
-    // (NICK, USER) are dropped from the peer's record.
+    // Connects as nick to a server that offers WATCH; true once connected.
+    // The lines sent while connecting (CAP, NICK, USER) are dropped from the
+    // peer's record.
     bool connect(const QString& nick = QStringLiteral("mynick"))
     {
         peer = std::make_unique<LinePeer>();
@@ -37,7 +38,10 @@ struct WindowHarness
             QTest::qWait(10);
         QTest::qWait(20);
         peer->clear();
-        return window->session()->connection()->isConnected();
+        if (!window->session()->connection()->isConnected())
+            return false;
+        serverSays(":irc.test 005 " + nick.toUtf8() + " WATCH=128 :are supported");
+        return true;
     }
 
     // Connects and completes registration (the welcome numeric).
