@@ -31,7 +31,6 @@
 #include "MemberListView.h"
 
 #include <QApplication>
-#include <QListWidget>
 #include <QRandomGenerator>
 #include <QScrollBar>
 
@@ -199,8 +198,8 @@ int main(int argc, char* argv[])
     std::printf("(b) NAMES of %lld members: %.1f ms wall clock, %.1f ms processor time; %d rows listed, "
                 "first \"%s\", last \"%s\"\n",
         static_cast<long long>(names.size()), namesWall, namesCpu, window->userList->count(),
-        qPrintable(window->userList->item(0)->text()),
-        qPrintable(window->userList->item(window->userList->count() - 1)->text()));
+        qPrintable(window->userList->memberAt(0)),
+        qPrintable(window->userList->memberAt(window->userList->count() - 1)));
     result("names_ms", namesWall, "ms");
     result("names_ms.cpu", namesCpu, "ms");
 

@@ -52,6 +52,8 @@ QString ThemeManager::globalStyleSheet(const QString& theme)
             "QMainWindow { background-color: %1; color: %2; }\n"
             "ChatView { background-color: %3; color: %2; border: none; }\n"
             "QListWidget { background-color: %3; color: %2; }\n"
+            // The member list is a list view over its own model.
+            "QListView#userList { background-color: %3; color: %2; }\n"
             "QLineEdit { background-color: %4; color: %2; border: 1px solid %5; }\n"
             "QMenuBar { background-color: %1; color: %2; }\n"
             "QMenuBar::item:selected { background-color: #505050; }\n"
@@ -76,6 +78,8 @@ QString ThemeManager::globalStyleSheet(const QString& theme)
         "QMainWindow { background-color: %1; color: %2; }\n"
         "ChatView { color: %2; border: none; border-radius: 8px; padding: 4px; }\n"
         "QListWidget { background-color: #FFFFFF; color: %2; border: none; border-radius: 8px; "
+        "padding: 4px; }\n"
+        "QListView#userList { background-color: #FFFFFF; color: %2; border: none; border-radius: 8px; "
         "padding: 4px; }\n"
         "QLineEdit { background-color: #FFFFFF; color: %2; border: 1px solid #C6C6C8; "
         "border-radius: 8px; padding: 6px 12px; font-size: 13px; }\n"

@@ -99,9 +99,8 @@ void MainWindow::setupUI()
     tabWidget->setTabsClosable(false);
 
     userList = new MemberListView(splitter);
+    userList->setObjectName(QStringLiteral("userList"));
     userList->setMinimumWidth(100);
-    // Every row is one line of text: one size for all keeps big channels fast.
-    userList->setUniformItemSizes(true);
     userList->setContextMenuPolicy(Qt::CustomContextMenu);
 
     splitter->addWidget(tabWidget);
@@ -115,7 +114,7 @@ void MainWindow::setupUI()
     connect(tabWidget, &QTabWidget::currentChanged, this, &MainWindow::onTabChanged);
     connect(tabBar, &QWidget::customContextMenuRequested, this, &MainWindow::onTabContextMenu);
     connect(userList, &QWidget::customContextMenuRequested, this, &MainWindow::showUserContextMenu);
-    connect(userList, &QListWidget::itemDoubleClicked, this, &MainWindow::onUserDoubleClicked);
+    connect(userList, &MemberListView::memberDoubleClicked, this, &MainWindow::onUserDoubleClicked);
 
     bottomStack = new QStackedWidget(central);
     bottomStack->setMaximumHeight(40);

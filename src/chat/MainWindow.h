@@ -18,7 +18,6 @@ class QAction;
 class QCompleter;
 class QLabel;
 class QLineEdit;
-class QListWidgetItem;
 class QModelIndex;
 class QPushButton;
 class QResizeEvent;
@@ -147,7 +146,7 @@ public slots:
     void closeTab(int index);
     void onTabContextMenu(const QPoint& pos);
 
-    void onUserDoubleClicked(QListWidgetItem* item);
+    void onUserDoubleClicked(const QString& member);
     void showUserContextMenu(const QPoint& pos);
 
     void onSendInput();

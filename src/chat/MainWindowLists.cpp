@@ -4,6 +4,7 @@
 
 #include "ChannelListModel.h"
 #include "MemberList.h"
+#include "MemberListModel.h"
 #include "MemberListView.h"
 #include "MyTabWidget.h"
 #include "Session.h"
@@ -31,30 +32,25 @@ void MainWindow::updateOwnUserAppearance()
 {
     if (!userListShouldBeVisible)
         return;
-    const QString ownNick = m_session->nick();
-    const bool away = m_session->isAway();
-    for (int row = 0; row < userList->count(); ++row) {
-        QListWidgetItem* item = userList->item(row);
-        if (MemberList::memberNick(item->text()).compare(ownNick, Qt::CaseInsensitive) != 0)
-            continue;
-        QFont font = item->font();
-        font.setItalic(away);
-        item->setFont(font);
-        // Not away: no colour of its own, so the row takes the list's colour
-        // again (a brush of an invalid colour would paint it black).
-        if (away)
-            item->setForeground(AwayRowColor);
-        else
-            item->setData(Qt::ForegroundRole, QVariant());
+    const int row = userList->members()->rowOfNick(m_session->nick());
+    if (row < 0)
         return;
-    }
+    const bool away = m_session->isAway();
+    QAbstractItemModel* members = userList->model();
+    const QModelIndex index = members->index(row, 0);
+    QFont font = qvariant_cast<QFont>(index.data(Qt::FontRole));
+    font.setItalic(away);
+    members->setData(index, font, Qt::FontRole);
+    // Not away: no colour of its own, so the row takes the list's colour
+    // again (a brush of an invalid colour would paint it black).
+    members->setData(index, away ? QVariant(QBrush(AwayRowColor)) : QVariant(), Qt::ForegroundRole);
 }
 
-void MainWindow::onUserDoubleClicked(QListWidgetItem* item)
+void MainWindow::onUserDoubleClicked(const QString& member)
 {
-    if (!item || !m_session->isConnected())
+    if (!m_session->isConnected())
         return;
-    const QString name = MemberList::memberNick(item->text());
+    const QString name = MemberList::memberNick(member);
     if (name.isEmpty() || m_session->isOwnNick(name))
         return;
     openPrivateChat(name);
@@ -70,10 +66,7 @@ void MainWindow::openPrivateChat(const QString& nick)
 
 void MainWindow::showUserContextMenu(const QPoint& pos)
 {
-    QListWidgetItem* item = userList->itemAt(pos);
-    if (!item)
-        return;
-    const QString nick = MemberList::memberNick(item->text());
+    const QString nick = MemberList::memberNick(userList->memberAt(pos));
     if (nick.isEmpty())
         return;
 

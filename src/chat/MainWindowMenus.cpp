@@ -17,7 +17,6 @@
 #include <QDialog>
 #include <QLabel>
 #include <QLineEdit>
-#include <QListWidget>
 #include <QMenu>
 #include <QMenuBar>
 #include <QPixmap>
@@ -129,7 +128,7 @@ void MainWindow::applyTheme(const QString& theme)
     settings.sync();
 
     tabBar->setTheme(theme);
-    userList->setStyleSheet(QStringLiteral("QListWidget { border: 1px solid %1; }")
+    userList->setStyleSheet(QStringLiteral("QListView { border: 1px solid %1; }")
                                 .arg(theme == QLatin1String("dark") ? QStringLiteral("#555")
                                                                     : QStringLiteral("#ccc")));
     tabWidget->setStyleSheet(ThemeManager::tabWidgetStyleSheet(theme));

@@ -1,95 +1,66 @@
 #include "MemberListView.h"
 
+#include "MemberListModel.h"
+
 MemberListView::MemberListView(QWidget* parent)
-    : QListWidget(parent)
+    : QListView(parent)
+    , m_members(new MemberListModel(this))
 {
-    QAbstractItemModel* list = model();
-    connect(list, &QAbstractItemModel::rowsInserted, this, &MemberListView::dropIndex);
-    connect(list, &QAbstractItemModel::rowsRemoved, this, &MemberListView::dropIndex);
-    connect(list, &QAbstractItemModel::rowsMoved, this, &MemberListView::dropIndex);
-    connect(list, &QAbstractItemModel::modelReset, this, &MemberListView::dropIndex);
-    connect(list, &QAbstractItemModel::layoutChanged, this, &MemberListView::dropIndex);
-    connect(list, &QAbstractItemModel::dataChanged, this,
-        [this](const QModelIndex&, const QModelIndex&, const QList<int>& roles) {
-            if (roles.isEmpty() || roles.contains(Qt::DisplayRole) || roles.contains(Qt::EditRole))
-                dropIndex();
-        });
-}
-
-// The model outlives this class's members while the base class is destroyed:
-// stop listening first.
-MemberListView::~MemberListView()
-{
-    model()->disconnect(this);
-}
-
-void MemberListView::dropIndex()
-{
-    if (m_editing)
-        return;
-    m_indexValid = false;
-    m_items.clear();
+    // Every row is one line of text: one size for all keeps big channels fast.
+    setUniformItemSizes(true);
+    setModel(m_members);
+    connect(this, &QAbstractItemView::doubleClicked, this,
+        [this](const QModelIndex& index) { emit memberDoubleClicked(memberAt(index.row())); });
 }
 
 void MemberListView::fill(const QStringList& names)
 {
-    setUpdatesEnabled(false);
-    clear();
-    addItems(names);
-    setUpdatesEnabled(true);
-    // Indexed on the first lookup.
-    dropIndex();
+    m_members->fill(names);
+}
+
+void MemberListView::clear()
+{
+    m_members->clear();
 }
 
 void MemberListView::addMember(const QString& name)
 {
-    auto* item = new QListWidgetItem(name);
-    m_editing = true;
-    addItem(item);
-    m_editing = false;
-    if (m_indexValid)
-        m_items.insert(name, item);
+    m_members->addMember(name);
 }
 
 void MemberListView::removeMember(const QString& name)
 {
-    QListWidgetItem* item = findMember(name);
-    if (!item)
-        return;
-    m_items.remove(name, item);
-    m_editing = true;
-    delete item;
-    m_editing = false;
-}
-
-QListWidgetItem* MemberListView::findMember(const QString& text)
-{
-    if (!m_indexValid) {
-        m_items.clear();
-        m_items.reserve(count());
-        for (int row = 0; row < count(); ++row) {
-            QListWidgetItem* it = item(row);
-            m_items.insert(it->text(), it);
-        }
-        m_indexValid = true;
-    }
-    // The first row with that text; only duplicates need the row order.
-    if (m_items.count(text) > 1) {
-        const QList<QListWidgetItem*> found = findItems(text, Qt::MatchExactly | Qt::MatchCaseSensitive);
-        return found.isEmpty() ? nullptr : found.first();
-    }
-    return m_items.value(text);
+    m_members->removeMember(name);
 }
 
 void MemberListView::renameMember(const QString& name, const QString& newName)
 {
-    QListWidgetItem* item = findMember(name);
-    if (!item)
-        return;
-    m_items.remove(name, item);
-    m_editing = true;
-    item->setText(newName);
-    m_editing = false;
-    if (m_indexValid)
-        m_items.insert(newName, item);
+    m_members->renameMember(name, newName);
+}
+
+int MemberListView::count() const
+{
+    return m_members->count();
+}
+
+QString MemberListView::memberAt(int row) const
+{
+    return m_members->memberAt(row);
+}
+
+QString MemberListView::memberAt(const QPoint& pos) const
+{
+    const QModelIndex index = indexAt(pos);
+    return index.isValid() ? memberAt(index.row()) : QString();
+}
+
+int MemberListView::rowOf(const QString& text) const
+{
+    return m_members->rowOf(text);
+}
+
+QString MemberListView::currentMember() const
+{
+    const QModelIndex index = currentIndex();
+    return index.isValid() ? memberAt(index.row()) : QString();
 }

@@ -15,7 +15,6 @@
 #include <QClipboard>
 #include <QCompleter>
 #include <QLineEdit>
-#include <QListWidget>
 #include <QPushButton>
 #include <QRandomGenerator>
 #include <QRegularExpression>
@@ -147,16 +146,22 @@ private:
         emit w->session()->connection()->namesListFinished(channel);
     }
 
-    QListWidgetItem* memberItem(const QString& text) const
+    // The first member row with exactly this text (invalid when none).
+    QModelIndex memberRow(const QString& text) const
     {
-        return w->userList->findItems(text, Qt::MatchExactly).value(0);
+        return w->userList->model()->index(w->userList->rowOf(text), 0);
+    }
+
+    QFont memberFont(const QString& text) const
+    {
+        return qvariant_cast<QFont>(memberRow(text).data(Qt::FontRole));
     }
 
     QStringList shownMembers() const
     {
         QStringList shown;
         for (int i = 0; i < w->userList->count(); ++i)
-            shown << w->userList->item(i)->text();
+            shown << w->userList->model()->index(i, 0).data().toString();
         return shown;
     }
 
@@ -578,21 +583,21 @@ private slots:
     void privateTabs()
     {
         showMembers("#c", { "@mynick", "+bob" });
-        w->onUserDoubleClicked(memberItem("+bob")); // disconnected: nothing
+        w->onUserDoubleClicked(memberRow("+bob").data().toString()); // disconnected: nothing
         QCOMPARE(w->tabWidget->count(), 2);
 
         QVERIFY(h->connect());
         // A double click on self (also as the pending nick) does nothing.
-        w->onUserDoubleClicked(memberItem("@mynick"));
+        w->onUserDoubleClicked(memberRow("@mynick").data().toString());
         w->session()->changeNick(QStringLiteral("BOB"));
-        w->onUserDoubleClicked(memberItem("+bob"));
+        w->onUserDoubleClicked(memberRow("+bob").data().toString());
         QCOMPARE(w->tabWidget->count(), 2);
         emit w->session()->connection()->ownNickChanged(QStringLiteral("mynick")); // the server refused it
         // On someone else it opens their tab, or switches to it.
-        w->onUserDoubleClicked(memberItem("+bob"));
+        w->onUserDoubleClicked(memberRow("+bob").data().toString());
         QCOMPARE(w->currentTabName, QStringLiteral("bob"));
         switchTo("#c");
-        w->onUserDoubleClicked(memberItem("+bob"));
+        w->onUserDoubleClicked(memberRow("+bob").data().toString());
         QCOMPARE(w->currentTabName, QStringLiteral("bob"));
         QCOMPARE(w->tabWidget->count(), 3);
 
@@ -636,7 +641,7 @@ private slots:
         QStringList items;
         const auto menu = onNextMenu(item, &items);
         w->showUserContextMenu(item.isEmpty() ? QPoint(5, w->userList->viewport()->height() - 3)
-                                              : w->userList->visualItemRect(memberItem("@bob")).center());
+                                              : w->userList->visualRect(memberRow("@bob")).center());
         menu->cancelled = true;
         const QStringList entries { "Open Private Chat", "Whois", "-", "Kick", "Ban", "Kick/Ban", "-" };
         QCOMPARE(items, item.isEmpty() ? QStringList() : entries);
@@ -757,11 +762,11 @@ private slots:
         type("/a   gone fishing  ");
         QCOMPARE(lastMessage("Server"), QStringLiteral("*** You are marked as away (gone fishing)"));
         // The own entry in the member list looks away, also once the list is rebuilt.
-        QVERIFY(memberItem("@me")->font().italic() && !memberItem("bob")->font().italic());
-        QCOMPARE(memberItem("@me")->foreground().color(), AwayGrey);
+        QVERIFY(memberFont("@me").italic() && memberRow("bob").isValid() && !memberFont("bob").italic());
+        QCOMPARE(qvariant_cast<QBrush>(memberRow("@me").data(Qt::ForegroundRole)).color(), AwayGrey);
         emit w->session()->connection()->namesList(QStringLiteral("#a"), { "@me", "bob" });
         emit w->session()->connection()->namesListFinished(QStringLiteral("#a"));
-        QVERIFY(memberItem("@me")->font().italic());
+        QVERIFY(memberFont("@me").italic());
         // The per-tab lines come after the current event.
         QVERIFY(!messages("#a").contains(away));
         QTRY_VERIFY_WITH_TIMEOUT(messages("#a").contains(away), 5000);
@@ -771,8 +776,8 @@ private slots:
 
         type("/back");
         QCOMPARE(lastMessage("Server"), QStringLiteral("*** You are back"));
-        QVERIFY(!memberItem("@me")->font().italic());
-        QVERIFY(!memberItem("@me")->data(Qt::ForegroundRole).isValid());
+        QVERIFY(memberRow("@me").isValid() && !memberFont("@me").italic());
+        QVERIFY(!memberRow("@me").data(Qt::ForegroundRole).isValid());
         QTRY_COMPARE_WITH_TIMEOUT(messages("carl").count("is back"), 1, 5000);
         QCOMPARE(messages("#a").count("is back"), 1);
         QTRY_COMPARE_WITH_TIMEOUT(sent("AWAY"), (QStringList { "AWAY :gone fishing", "AWAY" }), 5000);

@@ -1,8 +1,10 @@
 #include "IrcText.h"
 #include "MemberList.h"
+#include "MemberListModel.h"
 #include "TestMain.h"
 
 #include <QElapsedTimer>
+#include <QFont>
 #include <QRandomGenerator>
 #include <QTextBlock>
 #include <QTextCursor>
@@ -522,6 +524,92 @@ private slots:
                 QCOMPARE(joined, reference);
             }
         }
+    }
+
+    // The visible member rows: a fill keeps its order, single members come at
+    // the end, go or are renamed where they are (the first row with exactly
+    // that text).
+    void memberRows_data()
+    {
+        QTest::addColumn<QStringList>("filled");
+        QTest::addColumn<QStringList>("steps"); // "+name" adds, "-name" removes, "old>new" renames
+        QTest::addColumn<QStringList>("rows");
+        const QString own = MemberList::ownMarker();
+        QTest::newRow("add") << QStringList { "~zed", "@al", "bob" } << QStringList { "+aaron", "+@zz" }
+                             << QStringList { "~zed", "@al", "bob", "aaron", "@zz" };
+        QTest::newRow("remove") << QStringList { "~zed", "@al", "bob" }
+                                << QStringList { "-al", "-BOB", "-@al" } << QStringList { "~zed", "bob" };
+        QTest::newRow("rename") << QStringList { "~zed", "@al", "bob" }
+                                << QStringList { "@al>@alan", "bob>+bob", "nobody>x" }
+                                << QStringList { "~zed", "@alan", "+bob" };
+        QTest::newRow("twins") << QStringList { "a", "b", "a" } << QStringList { "a>c", "-a", "+a" }
+                               << QStringList { "c", "b", "a" };
+        QTest::newRow("own marker") << QStringList { own + "@me", "bob" }
+                                    << QStringList { own + "@me>" + own + "me" }
+                                    << QStringList { own + "me", "bob" };
+    }
+
+    void memberRows()
+    {
+        QFETCH(QStringList, filled);
+        QFETCH(QStringList, steps);
+        QFETCH(QStringList, rows);
+        MemberListModel model;
+        model.fill(filled);
+        for (const QString& step : steps) {
+            if (step.startsWith(QLatin1Char('+')))
+                model.addMember(step.mid(1));
+            else if (step.startsWith(QLatin1Char('-')))
+                model.removeMember(step.mid(1));
+            else
+                model.renameMember(step.section(QLatin1Char('>'), 0, 0), step.section(QLatin1Char('>'), 1));
+        }
+        QStringList shown;
+        for (int row = 0; row < model.rowCount(); ++row)
+            shown << model.index(row).data().toString();
+        QCOMPARE(shown, rows);
+        for (int row = 0; row < rows.size(); ++row) {
+            QCOMPARE(model.rowOf(rows.at(row)), rows.indexOf(rows.at(row)));
+            QCOMPARE(model.rowOfNick(MemberList::memberNick(rows.at(row)).toUpper()), row);
+        }
+        QCOMPARE(model.rowOf(QStringLiteral("nobody")), -1);
+    }
+
+    // Thousands of changes in a big list (most of them removals), against a
+    // plain list doing the same; a row's font stays with it.
+    void memberRowsAgainstAPlainList()
+    {
+        QStringList plain;
+        for (int i = 0; i < 3000; ++i)
+            plain << QStringLiteral("n%1").arg(i);
+        MemberListModel model;
+        model.fill(plain);
+        const QString marked = QStringLiteral("n2999");
+        model.setData(model.index(model.rowOf(marked)), QFont(QStringLiteral("Serif")), Qt::FontRole);
+        QRandomGenerator random(3);
+        for (int step = 0; step < 6000; ++step) {
+            const QString name = plain.at(random.bounded(int(plain.size())));
+            if (name == marked)
+                continue;
+            if (step % 4 == 0) {
+                model.addMember(name + QLatin1Char('x'));
+                plain.append(name + QLatin1Char('x'));
+            } else if (step % 4 == 1) {
+                model.renameMember(name, name + QLatin1Char('y'));
+                plain[plain.indexOf(name)] = name + QLatin1Char('y');
+            } else {
+                model.removeMember(name);
+                plain.removeAt(plain.indexOf(name));
+            }
+            if (step % 500 == 0) {
+                for (int row = 0; row < plain.size(); ++row)
+                    QCOMPARE(model.memberAt(row), plain.at(row));
+            }
+        }
+        QCOMPARE(model.rowCount(), plain.size());
+        const QModelIndex index = model.index(model.rowOf(marked));
+        QCOMPARE(index.row(), plain.indexOf(marked));
+        QCOMPARE(qvariant_cast<QFont>(index.data(Qt::FontRole)).family(), QStringLiteral("Serif"));
     }
 
     void removeAndRename()

@@ -17,7 +17,6 @@
 #include <QFile>
 #include <QLabel>
 #include <QLineEdit>
-#include <QListWidget>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QSignalSpy>

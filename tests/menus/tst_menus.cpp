@@ -21,7 +21,6 @@
 #include <QInputDialog>
 #include <QLabel>
 #include <QLineEdit>
-#include <QListWidget>
 #include <QMenuBar>
 #include <QPushButton>
 #include <QSettings>
@@ -267,7 +266,7 @@ private slots:
         QCOMPARE(QSettings().value("theme").toString(), QStringLiteral("dark"));
         QCOMPARE(w->currentTheme, QStringLiteral("dark"));
         QCOMPARE(w->styleSheet(), ThemeManager::globalStyleSheet("dark"));
-        QCOMPARE(w->userList->styleSheet(), QStringLiteral("QListWidget { border: 1px solid #555; }"));
+        QCOMPARE(w->userList->styleSheet(), QStringLiteral("QListView { border: 1px solid #555; }"));
         QVERIFY(w->tabWidget->styleSheet().contains("background: #3A3A3A"));
         QVERIFY(w->tabWidget->styleSheet().contains("color: #EEEEEE"));
         for (const MainWindow::TabInfo& tab : std::as_const(w->tabs)) {
@@ -283,7 +282,7 @@ private slots:
 
         w->applyTheme("light");
         QCOMPARE(QSettings().value("theme").toString(), QStringLiteral("light"));
-        QCOMPARE(w->userList->styleSheet(), QStringLiteral("QListWidget { border: 1px solid #ccc; }"));
+        QCOMPARE(w->userList->styleSheet(), QStringLiteral("QListView { border: 1px solid #ccc; }"));
         QVERIFY(w->tabWidget->styleSheet().contains("background: #F0F0F0"));
         QCOMPARE(viewBackground(w, "#a"), QColor(Qt::white));
     }

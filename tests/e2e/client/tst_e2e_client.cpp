@@ -22,7 +22,6 @@
 #include <QCheckBox>
 #include <QLabel>
 #include <QLineEdit>
-#include <QListWidget>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QSettings>
@@ -115,10 +114,7 @@ private:
     }
 
     // Whether the member list shows this entry (with its symbol).
-    bool listed(const QString& entry) const
-    {
-        return !w->userList->findItems(entry, Qt::MatchExactly).isEmpty();
-    }
+    bool listed(const QString& entry) const { return w->userList->rowOf(entry) >= 0; }
 
     void type(const QString& text)
     {
