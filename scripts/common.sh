@@ -7,15 +7,22 @@ QUENVAR_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 # end-to-end tests start, openssl for their certificates, an X server for
 # looking at the program, fonts so that text renders the same everywhere).
 QUENVAR_BUILD_PACKAGES="cmake g++ make pkg-config qt6-base-dev qt6-base-dev-tools qt6-svg-dev libgl-dev fonts-dejavu-core fonts-noto-color-emoji"
-QUENVAR_TEST_PACKAGES="inspircd openssl xvfb xauth"
+QUENVAR_TEST_PACKAGES="inspircd ngircd openssl python3 xvfb xauth"
+# Services for the login tests; without --no-install-recommends anope pulls in a mail server.
+QUENVAR_TEST_SERVICES_PACKAGES="anope"
 # The fuzz targets: clang and its libFuzzer and sanitizer runtimes.
 QUENVAR_FUZZ_PACKAGES="clang libclang-rt-14-dev"
 
 quenvar_log() { printf '==> %s\n' "$*" >&2; }
 
-# Installs the Debian packages among "$@" that are not installed yet.
+# Installs the Debian packages among "$@" that are not installed yet
+# (--no-recommends first: without the packages they recommend).
 quenvar_ensure_packages() {
-    local missing=() pkg
+    local missing=() pkg apt_flags=()
+    if [ "${1:-}" = --no-recommends ]; then
+        apt_flags=(--no-install-recommends)
+        shift
+    fi
     for pkg in "$@"; do
         if ! dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q "install ok installed"; then
             missing+=("$pkg")
@@ -38,7 +45,7 @@ quenvar_ensure_packages() {
     # to start services while they are installed.
     "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -qq
     "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 \
-        apt-get install -y -qq "${missing[@]}" </dev/null
+        apt-get install -y -qq "${apt_flags[@]}" "${missing[@]}" </dev/null
 }
 
 # Configures and builds into the folder $1 with extra CMake arguments after it.

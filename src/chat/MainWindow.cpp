@@ -30,15 +30,6 @@ namespace {
 const QString ServerTab = QStringLiteral("Server");
 const QString ListTab = QStringLiteral("List");
 
-bool isChannelKey(const QString& key)
-{
-    return key.startsWith(QLatin1Char('#'));
-}
-
-bool isPrivateKey(const QString& key)
-{
-    return !isChannelKey(key) && key != ServerTab && key != ListTab;
-}
 
 const QString& closeButtonStyle(bool current)
 {
@@ -54,6 +45,17 @@ const QString& closeButtonStyle(bool current)
 }
 
 } // namespace
+
+// What a tab is follows the network's channel prefixes ("&local" is a channel where the server says so).
+bool MainWindow::isChannelTab(const QString& key) const
+{
+    return m_session->typeOf(key) == Session::BufferType::Channel;
+}
+
+bool MainWindow::isPrivateTab(const QString& key) const
+{
+    return !isChannelTab(key) && key != ServerTab && key != ListTab;
+}
 
 MainWindow::MainWindow(QWidget* parent, Startup startup)
     : QMainWindow(parent)
@@ -203,14 +205,14 @@ MainWindow::TabInfo& MainWindow::registerTab(const QString& name, QWidget* page)
     TabInfo info;
     info.widget = page;
     info.chatView = page->findChild<ChatView*>();
-    if (isChannelKey(name)) {
+    if (isChannelTab(name)) {
         info.topicBar = page->findChild<QWidget*>(QStringLiteral("topicBar"));
         info.topicLabel = page->findChild<QLabel*>(QStringLiteral("topicLabel"));
         info.editTopicBtn = page->findChild<QPushButton*>(QStringLiteral("editTopicBtn"));
         if (info.editTopicBtn)
             connect(info.editTopicBtn, &QPushButton::clicked, this, [this, name] { editTopic(name); });
     }
-    if (isPrivateKey(name))
+    if (isPrivateTab(name))
         info.peerNick = name;
     TabInfo& stored = tabs.insert(name, info).value();
     addTabPage(page, name);
@@ -220,7 +222,7 @@ MainWindow::TabInfo& MainWindow::registerTab(const QString& name, QWidget* page)
 QString MainWindow::findPrivateChatTab(const QString& nick) const
 {
     for (auto it = tabs.cbegin(); it != tabs.cend(); ++it) {
-        if (!isPrivateKey(it.key()))
+        if (!isPrivateTab(it.key()))
             continue;
         const QString peer = it->peerNick.isEmpty() ? it.key() : it->peerNick;
         if (peer.compare(nick, Qt::CaseInsensitive) == 0)
@@ -244,8 +246,8 @@ void MainWindow::onTabChanged(int index)
         tabBar->unhighlightTab(tabWidget->currentIndex());
     }
 
-    const bool isChannel = isChannelKey(currentTabName);
-    const bool isChat = isChannel || isPrivateKey(currentTabName);
+    const bool isChannel = isChannelTab(currentTabName);
+    const bool isChat = isChannel || isPrivateTab(currentTabName);
     updateUserListVisibility(isChannel);
     emojiButton->setVisible(isChat);
 

@@ -78,6 +78,8 @@ public:
     // Builds a page (topic strip for channels, the message view); it is
     // neither registered nor added.
     QWidget* createChannelTab(const QString& name, bool isChannel);
+    bool isChannelTab(const QString& key) const;
+    bool isPrivateTab(const QString& key) const;
     // Registers a page under name, adds it with name as label and tool tip and
     // returns its record.
     TabInfo& registerTab(const QString& name, QWidget* page);

@@ -112,9 +112,9 @@ void MainWindow::completeNick()
         return;
 
     QStringList candidates;
-    if (currentTabName.startsWith(QLatin1Char('#')) && m_session->hasMembers(currentTabName))
+    if (isChannelTab(currentTabName) && m_session->hasMembers(currentTabName))
         candidates = m_session->members(currentTabName);
-    else if (!currentTabName.startsWith(QLatin1Char('#')) && currentTabName != ServerTab)
+    else if (!isChannelTab(currentTabName) && currentTabName != ServerTab)
         candidates.append(currentTabName);
     candidates.append(m_session->nick());
     candidates.removeDuplicates();
@@ -151,12 +151,12 @@ void MainWindow::refreshNickCompletionModel()
         return;
     m_completionStale = false;
     QStringList words;
-    if (currentTabName.startsWith(QLatin1Char('#')) && m_session->hasMembers(currentTabName)) {
+    if (isChannelTab(currentTabName) && m_session->hasMembers(currentTabName)) {
         const QStringList users = m_session->members(currentTabName);
         words.reserve(users.size() + 1);
         for (const QString& name : users)
             words.append(MemberList::stripModePrefix(name));
-    } else if (!currentTabName.startsWith(QLatin1Char('#')) && currentTabName != ServerTab) {
+    } else if (!isChannelTab(currentTabName) && currentTabName != ServerTab) {
         words.append(currentTabName);
     }
     words.append(m_session->nick());

@@ -93,7 +93,7 @@ void MainWindow::showUserContextMenu(const QPoint& pos)
         m_session->whois(nick, channel);
     });
     menu.addSeparator();
-    if (channel.startsWith(QLatin1Char('#'))) {
+    if (isChannelTab(channel)) {
         menu.addAction(QStringLiteral("Kick"), this, [this, nick, channel] {
             m_session->kick(channel, nick, QStringLiteral("Requested"));
         });

@@ -114,7 +114,7 @@ void MainWindow::onBufferOpened(const QString& buffer)
 {
     if (tabs.contains(buffer))
         return;
-    const bool isChannel = buffer.startsWith(QLatin1Char('#'));
+    const bool isChannel = isChannelTab(buffer);
     QWidget* page = createChannelTab(buffer, isChannel);
     const TabInfo& info = registerTab(buffer, page);
     if (info.chatView)
@@ -193,7 +193,7 @@ void MainWindow::onLineAdded(const QString& buffer, const BufferLine& line)
     highlightTab(buffer);
     if (currentTabName == buffer)
         return;
-    if (buffer.startsWith(QLatin1Char('#')))
+    if (isChannelTab(buffer))
         showNotification(buffer, QStringLiteral("%1: %2").arg(line.sender, notificationBody(line.text)));
     else
         showNotification(line.sender, notificationBody(line.text));

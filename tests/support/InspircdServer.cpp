@@ -197,6 +197,11 @@ bool InspircdServer::writeConfig()
     config.replace(QStringLiteral("@PORT@"), QString::number(m_port));
     config.replace(QStringLiteral("@TLSPORT@"), QString::number(m_tlsPort));
     config.replace(QStringLiteral("@PINGFREQ@"), QString::number(m_pingFrequency));
+    if (m_stockFloodLimits) {
+        config.replace(QStringLiteral("recvq=\"1M\""), QStringLiteral("recvq=\"8192\""));
+        config.replace(QStringLiteral("threshold=\"1000000\" commandrate=\"1000000\" fakelag=\"no\""),
+            QStringLiteral("threshold=\"10\" commandrate=\"1000\" fakelag=\"yes\""));
+    }
     QFile out(m_dir->filePath(QStringLiteral("inspircd.conf")));
     if (!out.open(QIODevice::WriteOnly | QIODevice::Truncate) || out.write(config.toUtf8()) < 0) {
         m_error = QStringLiteral("cannot write %1").arg(out.fileName());

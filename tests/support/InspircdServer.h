@@ -33,6 +33,10 @@ public:
     // next start().
     void setPingFrequency(int seconds) { m_pingFrequency = seconds; }
     int pingFrequency() const { return m_pingFrequency; }
+    // The connect class with InspIRCd's stock flood limits (a fast sender is
+    // fake-lagged and, past its receive queue, killed) instead of the
+    // permissive one the other tests use. Takes effect on the next start().
+    void setStockFloodLimits(bool stock) { m_stockFloodLimits = stock; }
     // Ports for the first launch attempt (0 = any free port). When one of them
     // turns out to be taken, start() carries on with free ports, as it does
     // when another process takes a port between picking and binding.
@@ -85,6 +89,7 @@ private:
     quint16 m_firstPort = 0;
     quint16 m_firstTlsPort = 0;
     int m_pingFrequency = 120;
+    bool m_stockFloodLimits = false;
     int m_launchAttempts = 0;
     int m_lastExitCode = -1;
 };
