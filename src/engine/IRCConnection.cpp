@@ -513,7 +513,8 @@ void IRCConnection::checkKeepAlive()
         return;
     }
     if (!pingPending && current - lastActivity > m_timing.idleBeforePingMs) {
-        sendRaw(QStringLiteral("PING :") + QDateTime::currentDateTime().toString(Qt::ISODate));
+        // Past any paced lines: the answer must not wait behind a paste.
+        writeLine(QStringLiteral("PING :") + QDateTime::currentDateTime().toString(Qt::ISODate));
         pingSentTimer = now();
         pingPending = true;
     }
