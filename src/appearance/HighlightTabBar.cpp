@@ -84,6 +84,14 @@ void HighlightTabBar::onBlink(int index)
     update(tabRect(index));
 }
 
+void HighlightTabBar::setTabDimmed(int index, bool dimmed)
+{
+    if (index < 0 || index >= count() || isTabDimmed(index) == dimmed)
+        return;
+    setTabData(index, dimmed ? QVariant(true) : QVariant());
+    update(tabRect(index));
+}
+
 void HighlightTabBar::paintEvent(QPaintEvent* event)
 {
     QStylePainter painter(this);
@@ -99,7 +107,21 @@ void HighlightTabBar::paintEvent(QPaintEvent* event)
 
         const auto it = m_highlights.constFind(i);
         if (it == m_highlights.constEnd() || !it->highlighted) {
+            if (!isTabDimmed(i)) {
+                painter.drawControl(QStyle::CE_TabBarTab, option);
+                continue;
+            }
+            const QString title = option.text;
+            option.text.clear();
             painter.drawControl(QStyle::CE_TabBarTab, option);
+            painter.save();
+            QFont italic = painter.font();
+            italic.setItalic(true);
+            painter.setFont(italic);
+            painter.setPen(QColor(m_theme == QLatin1String("dark") ? QStringLiteral("#9A9A9A") : QStringLiteral("#7A7A7A")));
+            const QRect textRect = style()->subElementRect(QStyle::SE_TabBarTabText, &option, this);
+            painter.drawText(textRect, Qt::AlignCenter | Qt::TextShowMnemonic, title);
+            painter.restore();
             continue;
         }
 

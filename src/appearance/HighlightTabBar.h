@@ -35,6 +35,10 @@ public:
     void highlightTab(int index);
     void unhighlightTab(int index);
     bool isHighlighted(int index) const;
+    // A dimmed tab's title is drawn grey (a channel the user is no longer in).
+    // The mark moves with the tab.
+    void setTabDimmed(int index, bool dimmed);
+    bool isTabDimmed(int index) const { return tabData(index).toBool(); }
 
     // Read-only view of the per-index highlight records.
     const QMap<int, HighlightInfo>& highlights() const { return m_highlights; }

@@ -241,6 +241,7 @@ void MainWindow::onTabChanged(int index)
     currentTabName = tabWidget->tabText(index);
     auto it = tabs.find(currentTabName);
     m_session->markRead(currentTabName);
+    m_session->setCurrentBuffer(currentTabName);
     if (it != tabs.end() && it->highlighted) {
         it->highlighted = false;
         tabBar->unhighlightTab(tabWidget->currentIndex());
@@ -405,11 +406,13 @@ void MainWindow::onTabContextMenu(const QPoint& pos)
 
 void MainWindow::highlightTab(const QString& tabName)
 {
+    // Only a tab the user is not looking at is marked; switching to it clears the mark.
     auto it = tabs.find(tabName);
-    if (it == tabs.end() || it->highlighted)
+    if (it == tabs.end() || it->highlighted || tabName == currentTabName)
+        return;
+    const int index = tabWidget->indexOf(it->widget);
+    if (index < 0)
         return;
     it->highlighted = true;
-    const int index = tabWidget->indexOf(it->widget);
-    if (index >= 0 && tabName != currentTabName)
-        tabBar->highlightTab(index);
+    tabBar->highlightTab(index);
 }

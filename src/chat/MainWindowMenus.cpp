@@ -197,6 +197,14 @@ void MainWindow::applyChatFont()
 {
     const QFont font = currentChatFont();
     inputLine->setFont(font);
+    // The themes give line edits a font size of their own; the input line's
+    // own sheet wins over the window's, so the chosen size holds in every theme.
+    QString family = font.family();
+    family.remove(QLatin1Char('"'));
+    const QString size = font.pointSizeF() > 0 ? QStringLiteral("%1pt").arg(font.pointSizeF())
+                                               : QStringLiteral("%1px").arg(font.pixelSize());
+    inputLine->setStyleSheet(
+        QStringLiteral("QLineEdit { padding: 4px 8px; font-family: \"%1\"; font-size: %2; }").arg(family, size));
     for (const TabInfo& info : std::as_const(tabs)) {
         if (info.chatView)
             info.chatView->setFont(font);

@@ -66,6 +66,12 @@ void MainWindow::connectSession()
         updateTopicEditButton(channel);
     });
     connect(s, &Session::topicChanged, this, &MainWindow::updateTopicLabel);
+    connect(s, &Session::joinedChanged, this, [this](const QString& channel, bool joined) {
+        const auto it = tabs.constFind(channel);
+        if (it != tabs.cend())
+            tabBar->setTabDimmed(tabWidget->indexOf(it->widget), !joined);
+        updateTopicEditButton(channel);
+    });
     connect(s, &Session::stateChanged, this, &MainWindow::updateStatusBar);
     connect(s, &Session::ownNickChanged, this, &MainWindow::updateOwnUserAppearance);
     connect(s, &Session::disconnected, this, [this] { userList->clear(); });

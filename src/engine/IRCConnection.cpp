@@ -793,6 +793,9 @@ void IRCConnection::handleMessage(const IrcMessage& m)
     case Kind::Ignored:
     case Kind::Pong:
         return;
+    case Kind::Error:
+        emit errorOccurred(m.text);
+        return;
     case Kind::Ping:
         writeLine(QStringLiteral("PONG :") + m.text);
         return;
@@ -1035,6 +1038,8 @@ void IRCConnection::processBuffer()
             handleMessage(message);
             if (guard)
                 m_messageTime = 0;
+            if (guard && message.kind == IrcMessage::Kind::Ignored)
+                emit unhandledLine(line.startsWith(QLatin1Char('@')) ? line.section(QLatin1Char(' '), 1) : line);
         }
         if (abandoned())
             return;

@@ -228,6 +228,9 @@ signals:
     void userAwayChanged(const QString& nick, const QString& message);
     void accountChanged(const QString& nick, const QString& account);
     void hostChanged(const QString& nick, const QString& user, const QString& host);
+    // A line nothing above stands for (an unknown command, a malformed line),
+    // without its message tags.
+    void unhandledLine(const QString& line);
     // An error reply about subject (a channel, a nick or a command; the
     // channel when the reply names one).
     void errorReplyReceived(int numeric, const QString& subject, const QString& text);

@@ -435,6 +435,9 @@ IrcMessage IRCParser::parse(const QString& line)
                 caps = msg.params.back();
             for (const QStringView cap : caps.split(u' ', Qt::SkipEmptyParts))
                 m.args.append(cap.toString());
+        } else if (isCommand(command, QLatin1String("ERROR"))) {
+            m.kind = Kind::Error;
+            m.text = msg.trailing.isEmpty() ? msg.param(0) : msg.trailing.toString();
         } else if (isCommand(command, QLatin1String("AUTHENTICATE"))) {
             m.kind = Kind::Authenticate;
             m.text = msg.count() > 0 ? msg.param(0) : msg.trailing.toString();

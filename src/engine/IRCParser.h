@@ -52,6 +52,7 @@
 //   Ctcp           source, target, args: { command in upper case }, text: its parameters
 //                  (a PRIVMSG wrapped in \x01; ACTION is one)
 //   CtcpReply      source, target, args: { command }, text: the reply (the same in a NOTICE)
+//   Error          text: why the server closes the link (ERROR)
 //
 // Any kind: time is the server's time of the message (server-time tag), in
 // milliseconds since the epoch, or 0 when the line has none.
@@ -108,6 +109,7 @@ struct IrcMessage
         MonitorOffline, // 731
         Ctcp,
         CtcpReply,
+        Error,
     };
 
     Kind kind = Kind::Ignored;

@@ -17,23 +17,31 @@ namespace {
 // The port a reconnect uses when no connection was made through connectTo.
 constexpr quint16 FallbackPort = 6667;
 
-// A numeric reply: ":" and a non-space, and three digits right after the
-// first space (":irc.test 001 nick :Welcome").
-bool isNumericLine(const QString& line)
+// How a channel mode change reads in a row ("gives channel operator status to bob").
+QString describeMode(bool adding, QChar mode, const QString& parameter, qsizetype rank, const QString& prefixModes)
 {
-    if (line.size() <= 4 || !line.startsWith(QLatin1Char(':')) || line.at(1) == QLatin1Char(' '))
-        return false;
-    const qsizetype space = line.indexOf(QLatin1Char(' '));
-    if (space < 0)
-        return false;
-    const QStringView code = QStringView(line).mid(space + 1, 3);
-    if (code.size() != 3)
-        return false;
-    for (const QChar c : code) {
-        if (c < QLatin1Char('0') || c > QLatin1Char('9'))
-            return false;
+    static const QHash<QChar, QString> ranks { { u'q', QStringLiteral("channel owner status") },
+        { u'a', QStringLiteral("channel admin status") }, { u'o', QStringLiteral("channel operator status") },
+        { u'h', QStringLiteral("half-operator status") }, { u'v', QStringLiteral("voice") } };
+    if (rank >= 0) {
+        const QString what = ranks.value(mode, QStringLiteral("mode %1").arg(prefixModes.at(rank)));
+        return adding ? QStringLiteral("gives %1 to %2").arg(what, parameter)
+                      : QStringLiteral("removes %1 from %2").arg(what, parameter);
     }
-    return true;
+    switch (mode.unicode()) {
+    case 'b':
+        return adding ? QStringLiteral("sets a ban on %1").arg(parameter)
+                      : QStringLiteral("removes the ban on %1").arg(parameter);
+    case 'k':
+        return adding ? QStringLiteral("sets the channel key") : QStringLiteral("removes the channel key");
+    case 'l':
+        return adding ? QStringLiteral("sets the user limit to %1").arg(parameter)
+                      : QStringLiteral("removes the user limit");
+    default:
+        return QStringLiteral("sets mode %1%2%3")
+            .arg(adding ? QStringLiteral("+") : QStringLiteral("-"), QString(mode),
+                parameter.isEmpty() ? QString() : QLatin1Char(' ') + parameter);
+    }
 }
 
 } // namespace
@@ -62,11 +70,8 @@ Session::Session(QObject* parent)
     connect(c, &IRCConnection::disconnected, this, &Session::onDisconnected);
     connect(c, &IRCConnection::errorOccurred, this,
         [this](const QString& error) { addLine(ServerBuffer, QStringLiteral("*** Error: ") + error); });
-    connect(c, &IRCConnection::rawMessageReceived, this, &Session::onRawMessage);
-    connect(c, &IRCConnection::serverMessage, this, [this](const QString& message) {
-        if (!m_inList)
-            addLine(ServerBuffer, message);
-    });
+    connect(c, &IRCConnection::serverMessage, this, &Session::onServerText);
+    connect(c, &IRCConnection::unhandledLine, this, &Session::onUnhandledLine);
     connect(c, &IRCConnection::privmsgReceived, this, &Session::onPrivmsg);
     connect(c, &IRCConnection::joinReceived, this, &Session::onJoin);
     connect(c, &IRCConnection::partReceived, this, &Session::onPart);
@@ -139,7 +144,7 @@ Session::Session(QObject* parent)
         m_topics.insert(channel, topic);
         if (m_buffers.contains(channel))
             addLine(channel,
-                topic.isEmpty() ? QStringLiteral("cleared the topic") : QStringLiteral("changed the topic to: %1").arg(topic),
+                topic.isEmpty() ? QStringLiteral("cleared the topic") : QStringLiteral("changed the topic to %1").arg(topic),
                 nick, true);
         emit topicChanged(channel);
     });
@@ -332,6 +337,7 @@ void Session::closeBuffer(const QString& name)
     if (type == BufferType::Query && m_watched.remove(m_connection->foldCase(name)))
         m_connection->sendWatch(name, false);
     if (type == BufferType::Channel && isConnected()) {
+        m_leaving.insert(m_connection->foldCase(name));
         m_connection->partChannel(name);
         addLine(ServerBuffer, QStringLiteral("*** You left %1").arg(name));
     }
@@ -347,9 +353,11 @@ bool Session::mentions(const QString& text)
         return false;
     if (own != m_mentionNick || !m_mentionPattern.isValid()) {
         m_mentionNick = own;
-        m_mentionPattern = QRegularExpression(QStringLiteral("\\b") + QRegularExpression::escape(own)
-                + QStringLiteral("\\b"),
-            QRegularExpression::CaseInsensitiveOption);
+        // The nick as a word of its own; nicks may hold [ ] { } \\ ^ | ` - _,
+        // which \\b does not count as word characters.
+        const QString edge = QStringLiteral("[\\w\\[\\]{}\\\\^|`-]");
+        m_mentionPattern = QRegularExpression(QStringLiteral("(?<!%1)%2(?!%1)").arg(edge, QRegularExpression::escape(own)),
+            QRegularExpression::CaseInsensitiveOption | QRegularExpression::UseUnicodePropertiesOption);
         m_mentionPattern.optimize();
     }
     return m_mentionPattern.match(text).hasMatch();
@@ -374,12 +382,17 @@ void Session::addLine(
     if (ownAway)
         line.flags |= BufferLine::OwnAway;
     line.text = ownAway && !status ? QStringLiteral("[Away: %1] %2").arg(m_awayMessage, text) : text;
-    if (!own) {
+    // Only what other users write mentions the user: not status rows, not
+    // the server's lines.
+    if (!own && !status && !sender.isEmpty()) {
         const BufferType type = typeOf(buffer);
         if ((type == BufferType::Channel && mentions(text)) || type == BufferType::Query)
             line.flags |= BufferLine::Mention;
     }
 
+    // Rows still in flight for a channel the user closed do not open it again.
+    if (!m_buffers.contains(buffer) && typeOf(buffer) == BufferType::Channel && isLeaving(buffer))
+        return;
     openBuffer(buffer);
     // A receiver of bufferOpened may have closed it again.
     const auto it = m_buffers.find(buffer);
@@ -472,28 +485,92 @@ void Session::onDisconnected()
     m_awayMessage.clear();
     m_pendingNick.clear();
     m_watched.clear();
+    m_inList = false;
+    m_leaving.clear();
+    const QSet<QString> joined = m_joined;
+    for (auto it = m_buffers.cbegin(); it != m_buffers.cend(); ++it) {
+        if (joined.contains(m_connection->foldCase(it.key())))
+            setJoined(it.key(), false);
+    }
+    m_joined.clear();
     emit stateChanged();
     emit disconnected();
     if (wasAway)
         emit awayChanged(false);
 }
 
-void Session::onRawMessage(const QString& received)
+// A server reply as a person reads it: what follows our nick, without the
+// protocol's colon ("Your host is irc.test", "#chat alice 1795499717").
+void Session::onServerText(const QString& line)
 {
-    // Message tags (server-time and the like) are not for reading.
-    const QString line = received.startsWith(QLatin1Char('@')) ? received.section(QLatin1Char(' '), 1) : received;
-    // User traffic (":nick!user@host ...") is shown by its own handlers,
-    // numerics as server messages.
-    if (line.startsWith(QLatin1Char(':')) && line.contains(QLatin1Char('!')))
+    if (m_inList)
         return;
-    if (isNumericLine(line) || m_inList)
+    QStringView text(line);
+    if (!text.startsWith(u':')) {
+        addLine(ServerBuffer, line);
         return;
-    // Shown by their own handlers.
-    const qsizetype space = line.indexOf(QLatin1Char(' '));
-    const QStringView command = QStringView(line).mid(space + 1, 7);
-    if (line.startsWith(QLatin1Char(':')) && command.startsWith(QLatin1String("NOTICE ")))
+    }
+    // ":server NNN nick params :trailing"
+    const QList<QStringView> words = text.split(u' ');
+    if (words.size() < 3) {
+        addLine(ServerBuffer, line);
         return;
-    addLine(ServerBuffer, QStringLiteral("<< ") + line);
+    }
+    qsizetype at = words.at(0).size() + 1 + words.at(1).size() + 1 + words.at(2).size() + 1;
+    QString readable = at < text.size() ? text.mid(at).toString() : QString();
+    const qsizetype colon = readable.startsWith(QLatin1Char(':')) ? 0 : readable.indexOf(QLatin1String(" :"));
+    if (colon >= 0)
+        readable.remove(colon, colon == 0 ? 1 : 2).insert(colon, colon == 0 ? QString() : QStringLiteral(" "));
+    if (words.at(1) == u"333") {
+        // Who set a channel's topic, and when: in the channel's buffer.
+        const QStringList parts = readable.split(QLatin1Char(' '));
+        const QString channel = findBuffer(parts.value(0));
+        if (!channel.isEmpty() && parts.size() >= 3) {
+            const QString who = parts.at(1).section(QLatin1Char('!'), 0, 0);
+            const QDateTime when = QDateTime::fromSecsSinceEpoch(parts.at(2).toLongLong());
+            addLine(channel, QStringLiteral("*** Topic set by %1 on %2").arg(who, when.toString(Qt::TextDate)));
+            return;
+        }
+    }
+    if (!readable.trimmed().isEmpty())
+        addLine(ServerBuffer, readable);
+}
+
+// Anything else the server says, once, without the protocol's punctuation.
+void Session::onUnhandledLine(const QString& line)
+{
+    if (m_inList)
+        return;
+    QString text = line;
+    QString source;
+    if (text.startsWith(QLatin1Char(':'))) {
+        source = text.mid(1).section(QLatin1Char(' '), 0, 0).section(QLatin1Char('!'), 0, 0);
+        text = text.section(QLatin1Char(' '), 1);
+    }
+    const qsizetype colon = text.indexOf(QLatin1String(" :"));
+    if (colon >= 0)
+        text.remove(colon + 1, 1);
+    addLine(ServerBuffer, source.isEmpty() ? text : QStringLiteral("[%1] %2").arg(source, text));
+}
+
+bool Session::isJoined(const QString& channel) const
+{
+    return m_joined.contains(m_connection->foldCase(channel));
+}
+
+bool Session::isLeaving(const QString& channel) const
+{
+    return m_leaving.contains(m_connection->foldCase(channel));
+}
+
+void Session::setJoined(const QString& channel, bool joined)
+{
+    const QString folded = m_connection->foldCase(channel);
+    if (joined ? !m_joined.contains(folded) : m_joined.remove(folded)) {
+        if (joined)
+            m_joined.insert(folded);
+        emit joinedChanged(channel, joined);
+    }
 }
 
 bool Session::inQueryBurst()
@@ -531,11 +608,18 @@ void Session::onPrivmsg(const QString& from, const QString& target, const QStrin
 
 void Session::onJoin(const QString& nick, const QString& channel)
 {
-    addLine(channel, QStringLiteral("joined %1").arg(nick), nick, true);
     if (isOwnNick(nick)) {
+        // The echo of a join still in flight when the user closed the buffer.
+        if (isLeaving(channel))
+            return;
+        addLine(channel, QStringLiteral("joined %1").arg(channel), nick, true);
+        setJoined(channel, true);
         emit membersChanged(channel);
         return;
     }
+    if (isLeaving(channel))
+        return;
+    addLine(channel, QStringLiteral("joined %1").arg(channel), nick, true);
     if (m_buffers.contains(channel)) {
         if (m_members[channel].join(nick))
             emit memberAdded(channel, nick);
@@ -552,8 +636,15 @@ void Session::onPart(const QString& nick, const QString& channel, const QString&
     // command, closing the buffer). After the buffer was closed the server's
     // echo must not open it again: only the channel's members go.
     if (isOwnNick(nick)) {
-        if (!m_buffers.contains(channel))
-            m_members.remove(channel);
+        m_leaving.remove(m_connection->foldCase(channel));
+        setJoined(channel, false);
+        m_members.remove(channel);
+        // Parted with /part: the buffer stays, empty of members, to rejoin or close.
+        if (m_buffers.contains(channel)) {
+            addLine(channel, QStringLiteral("*** You have left %1").arg(channel));
+            emit membersReset(channel);
+            emit membersChanged(channel);
+        }
         return;
     }
     addLine(channel, QStringLiteral("left %1 (%2)").arg(channel, reason), nick, true);
@@ -598,6 +689,8 @@ void Session::onNames(const QString& channel, const QStringList& names)
 void Session::onNamesFinished(const QString& channel)
 {
     QStringList names = m_pendingNames.take(channel);
+    if (isLeaving(channel))
+        return;
     MemberList::sortNames(names, prefixSymbols());
     m_members[channel].reset(names);
     emit membersReset(channel);
@@ -626,10 +719,21 @@ void Session::onQuit(const QString& nick, const QString& reason)
 
 void Session::onKick(const QString& channel, const QString& kicked, const QString& kicker, const QString& reason)
 {
+    if (isOwnNick(kicked)) {
+        setJoined(channel, false);
+        m_members.remove(channel);
+        if (!isLeaving(channel))
+            addLine(channel, QStringLiteral("*** You were kicked from %1 by %2 (%3)").arg(channel, kicker, reason));
+        m_leaving.remove(m_connection->foldCase(channel));
+        emit kickedFrom(channel);
+        emit membersReset(channel);
+        emit membersChanged(channel);
+        return;
+    }
+    if (isLeaving(channel))
+        return;
     addLine(channel, QStringLiteral("was kicked by %1 (%2)").arg(kicker, reason), kicked, true);
     removeMember(channel, kicked);
-    if (isOwnNick(kicked))
-        emit kickedFrom(channel);
     emit membersChanged(channel);
 }
 
@@ -644,11 +748,20 @@ void Session::onWatchStatus(const QString& nick, bool online)
 void Session::onNotice(const QString& from, const QString& target, const QString& text, bool fromUser)
 {
     const QString row = from.isEmpty() ? text : QStringLiteral("-%1- %2").arg(from, text);
+    // Services (NickServ, ChanServ, ...) speak to the user as a whole.
+    const bool service = fromUser && (from.endsWith(QLatin1String("Serv"), Qt::CaseInsensitive)
+        || from.compare(QLatin1String("Global"), Qt::CaseInsensitive) == 0);
     // In a channel's buffer when sent to the channel; a user's in their
-    // conversation when one is open; services and servers in the server buffer.
+    // conversation when one is open, else where the user is looking;
+    // services and servers in the server buffer.
     QString buffer = typeOf(target) == BufferType::Channel ? findBuffer(target) : QString();
-    if (buffer.isEmpty() && fromUser)
+    if (buffer.isEmpty() && fromUser && !service) {
         buffer = findQuery(from);
+        const BufferType current = typeOf(m_currentBuffer);
+        if (buffer.isEmpty() && m_buffers.contains(m_currentBuffer)
+            && (current == BufferType::Channel || current == BufferType::Query))
+            buffer = m_currentBuffer;
+    }
     addLine(buffer.isEmpty() ? ServerBuffer : buffer, row, QString(), false, BufferLine::Notice);
 }
 
@@ -667,6 +780,7 @@ void Session::onMode(const QString& from, const QString& target, const QStringLi
     bool adding = true;
     qsizetype next = 1;
     const QString changes = modes.value(0);
+    QStringList rows;
     for (const QChar mode : changes) {
         if (mode == QLatin1Char('+') || mode == QLatin1Char('-')) {
             adding = mode == QLatin1Char('+');
@@ -676,6 +790,7 @@ void Session::onMode(const QString& from, const QString& target, const QStringLi
         const bool takesParameter = rank >= 0 || support.chanModes.value(0).contains(mode)
             || support.chanModes.value(1).contains(mode) || (adding && support.chanModes.value(2).contains(mode));
         const QString parameter = takesParameter ? modes.value(next++) : QString();
+        rows << describeMode(adding, mode, parameter, rank, prefixModes);
         if (rank < 0 || parameter.isEmpty() || members == m_members.end())
             continue;
         // A member's rank: their symbols with this one added or taken away, highest first.
@@ -694,8 +809,10 @@ void Session::onMode(const QString& from, const QString& target, const QStringLi
             emit memberRenamed(target, pair.first, pair.second);
     }
     const QString channel = findBuffer(target);
-    if (!channel.isEmpty())
-        addLine(channel, QStringLiteral("sets mode %1").arg(text), from, true);
+    for (const QString& row : std::as_const(rows)) {
+        if (!channel.isEmpty())
+            addLine(channel, row, from, true);
+    }
     if (members != m_members.end())
         emit membersChanged(target);
     emit modesChanged(target, from, modes);
@@ -833,6 +950,8 @@ void Session::sendRaw(const QString& line)
 
 void Session::join(const QString& channel)
 {
+    for (const QString& name : channel.section(QLatin1Char(' '), 0, 0).split(QLatin1Char(',')))
+        m_leaving.remove(m_connection->foldCase(name));
     m_connection->joinChannel(channel);
 }
 
@@ -902,8 +1021,11 @@ bool Session::requestChannelList()
     return true;
 }
 
-void Session::setTopic(const QString& channel, const QString& topic)
+void Session::setTopic(const QString& channel, const QString& text)
 {
+    // A topic is one line: its line breaks become spaces.
+    QString topic = text;
+    topic.replace(QLatin1String("\r\n"), QLatin1String(" ")).replace(QLatin1Char('\n'), QLatin1Char(' ')).replace(QLatin1Char('\r'), QLatin1Char(' '));
     m_connection->sendRaw(QStringLiteral("TOPIC %1 :%2").arg(channel, topic));
     m_topics.insert(channel, topic);
     emit topicChanged(channel);

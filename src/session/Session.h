@@ -133,6 +133,11 @@ public:
     QString findBuffer(const QString& name) const;
     // Opens the buffer if it is not open; true when it was opened now.
     bool openBuffer(const QString& name);
+    // The buffer the user looks at (notices from users with no conversation
+    // open are shown there).
+    void setCurrentBuffer(const QString& name) { m_currentBuffer = name; }
+    // Whether the user is in channel (joined and neither parted nor kicked since).
+    bool isJoined(const QString& channel) const;
     // The user closes a buffer: a channel is left, a query's nick is no longer
     // watched. The server buffer stays.
     void closeBuffer(const QString& name);
@@ -206,6 +211,8 @@ signals:
     void memberRenamed(const QString& channel, const QString& oldName, const QString& newName);
     // The user was kicked from channel.
     void kickedFrom(const QString& channel);
+    // The user joined channel, or left it (parted, kicked or disconnected).
+    void joinedChanged(const QString& channel, bool joined);
     // After any change to channel's members (and to the user's rank there).
     void membersChanged(const QString& channel);
     void topicChanged(const QString& channel);
@@ -242,7 +249,6 @@ private:
     void onConnected();
     void onRegistered();
     void onDisconnected();
-    void onRawMessage(const QString& line);
     void onPrivmsg(const QString& from, const QString& target, const QString& text);
     void onJoin(const QString& nick, const QString& channel);
     void onPart(const QString& nick, const QString& channel, const QString& reason);
@@ -257,6 +263,12 @@ private:
     void onServerSupport();
     void onErrorReply(int numeric, const QString& subject, const QString& text);
     void watchQuery(const QString& nick);
+    void onUnhandledLine(const QString& line);
+    void onServerText(const QString& line);
+    void setJoined(const QString& channel, bool joined);
+    // Whether rows about channel are to be dropped: the user closed its
+    // buffer and the server has not confirmed the part yet.
+    bool isLeaving(const QString& channel) const;
     void onWhoisEnd(const QString& nick);
     void onListStart();
     void onListEnd();
@@ -285,6 +297,9 @@ private:
     bool m_away = false;
     QString m_awayMessage;
     bool m_inList = false;
+    QString m_currentBuffer;
+    QSet<QString> m_joined; // folded names of the channels the user is in
+    QSet<QString> m_leaving; // folded names of channels closed while joined
     // When the recent queries were opened (monotonic milliseconds).
     QElapsedTimer m_clock;
     QList<qint64> m_queryOpenings;

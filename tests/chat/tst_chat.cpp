@@ -399,7 +399,7 @@ private slots:
         QTest::addColumn<bool>("marked");
         QTest::addColumn<QString>("notice");
         addRow("channel, case ignored", "#chan", "bob", "Hello MyNick!", true, "#chan: bob: Hello MyNick!");
-        addRow("current tab", "#side", "bob", "Hello MyNick!", true, "");
+        addRow("current tab: not marked", "#side", "bob", "Hello MyNick!", false, "");
         addRow("longer word", "#chan", "bob", "Hello mynickname", false, "");
         addRow("inside a word", "#chan", "bob", "xmynick", false, "");
         addRow("own line", "#chan", "MYNICK", "mynick says hi", false, "");
@@ -438,10 +438,12 @@ private slots:
     void mentionFollowsTheOwnNick()
     {
         QVERIFY(h->connect("first"));
+        say("#chan", "x");
+        switchTo("Server");
         say("#chan", "first!");
         QVERIFY(w->tabs.value(QStringLiteral("#chan")).highlighted);
-        switchTo("Server");
         switchTo("#chan");
+        switchTo("Server");
 
         // The server confirms a new nick: the old one is no longer a mention.
         emit w->session()->connection()->nickChanged(QStringLiteral("first"), QStringLiteral("second"));
@@ -890,21 +892,19 @@ private slots:
 
     // --- Protocol events without a server ---
 
-    // Numerics and user traffic have their own handlers; other lines are
-    // echoed, except while the channel list is coming in.
-    void rawLinesEcho()
+    // Lines nothing else handles are shown once, readable, except while the
+    // channel list is coming in.
+    void unhandledLinesShown()
     {
-        const QList<std::pair<QString, bool>> lines { { ":srv 001 me :Welcome", false },
-            { ":nick!u@h PRIVMSG #a :hi", false }, { ":srv 01x me", true }, { ": 001 me", true } };
-        for (const auto& [line, echoed] : lines) {
-            const int rows = view("Server")->rowCount();
-            emit w->session()->connection()->rawMessageReceived(line);
-            QCOMPARE(view("Server")->rowCount(), rows + (echoed ? 1 : 0));
-            QCOMPARE(lastMessage("Server") == "<< " + line, echoed);
+        const QList<std::pair<QString, QString>> lines { { ":srv WALLOPS :hi there", "[srv] WALLOPS hi there" },
+            { "FOO bar :baz", "FOO bar baz" } };
+        for (const auto& [line, shown] : lines) {
+            emit w->session()->connection()->unhandledLine(line);
+            QCOMPARE(lastMessage("Server"), shown);
         }
         emit w->session()->connection()->listStartReceived();
         const int rows = view("Server")->rowCount();
-        emit w->session()->connection()->rawMessageReceived(QStringLiteral(": 001 me"));
+        emit w->session()->connection()->unhandledLine(QStringLiteral("FOO"));
         QCOMPARE(view("Server")->rowCount(), rows);
     }
 

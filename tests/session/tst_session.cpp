@@ -105,20 +105,30 @@ private slots:
         row("mention, case ignored", ":bob!u@h PRIVMSG #c :hi ME!", "#c", "bob", "hi ME!", BufferLine::Mention);
         row("inside a word: no mention", ":bob!u@h PRIVMSG #c :meme", "#c", "bob", "meme", 0);
         row("private message", ":bob!u@h PRIVMSG me :psst", "bob", "bob", "psst", BufferLine::Mention);
-        row("own join", ":me!u@h JOIN :#new", "#new", "me", "joined me", BufferLine::Status | BufferLine::Own);
-        row("numeric", ":irc.test 372 me :- motd", "Server", "", ":irc.test 372 me :- motd", 0);
+        row("own join", ":me!u@h JOIN :#new", "#new", "me", "joined #new", BufferLine::Status | BufferLine::Own);
+        row("numeric, readable", ":irc.test 372 me :- motd", "Server", "", "- motd", 0);
+        row("numeric with parameters", ":irc.test 252 me 1 :operator(s) online", "Server", "", "1 operator(s) online", 0);
+        row("topic setter", ":me!u@h JOIN #c\n:irc.test 333 me #c al!u@h 0", "#c", "",
+            qPrintable("*** Topic set by al on " + QDateTime::fromSecsSinceEpoch(0).toString(Qt::TextDate)), 0);
+        row("ERROR", "ERROR :Closing link", "Server", "", "*** Error: Closing link", 0);
+        row("mode change", ":me!u@h JOIN #c\n:op!u@h MODE #c +o-v+l me me 5", "#c", "op", "sets the user limit to 5",
+            BufferLine::Status);
+        row("own part", ":me!u@h JOIN #c\n:me!u@h PART #c", "#c", "", "*** You have left #c", 0);
+        row("own kick", ":me!u@h JOIN #c\n:op!u@h KICK #c me :out", "#c", "", "*** You were kicked from #c by op (out)", 0);
+        row("own nick change is no mention", ":me!u@h JOIN #c\n:s 353 me = #c :me\n:s 366 me #c :End\n:me!u@h NICK :newme",
+            "#c", "me", "is now known as newme", BufferLine::Status);
         row("notice without prefix", "NOTICE AUTH :*** hello", "Server", "", "*** hello", BufferLine::Notice);
-        row("other server line", ":irc.test WALLOPS :hello", "Server", "", "<< :irc.test WALLOPS :hello", 0);
+        row("other server line", ":irc.test WALLOPS :hello", "Server", "", "[irc.test] WALLOPS hello", 0);
         row("notice to a channel", ":me!u@h JOIN #c\n:bob!u@h NOTICE @#c :ops", "#c", "", "-bob- ops", BufferLine::Notice);
         row("action", ":bob!u@h PRIVMSG #c :\x01" "ACTION waves\x01", "#c", "bob", "waves", BufferLine::Action);
         row("ctcp request", ":bob!u@h PRIVMSG me :\x01TIME\x01", "Server", "", "*** CTCP TIME from bob", 0);
-        row("topic change", ":bob!u@h JOIN #c\n:bob!u@h TOPIC #c :new", "#c", "bob", "changed the topic to: new",
+        row("topic change", ":bob!u@h JOIN #c\n:bob!u@h TOPIC #c :new", "#c", "bob", "changed the topic to new",
             BufferLine::Status);
         row("error about a channel", ":me!u@h JOIN #c\n:s 482 me #c :You're not a channel operator", "#c", "",
             "*** #c: You're not a channel operator", 0);
         row("error about nobody open", ":s 401 me zed :No such nick", "Server", "", "*** zed: No such nick", 0);
         row("away reply to a message", ":bob!u@h PRIVMSG me :hi\n:s 301 me bob :lunch", "bob", "bob",
-            "is away: lunch", BufferLine::Status | BufferLine::Mention);
+            "is away: lunch", BufferLine::Status);
         row("invite", ":bob!u@h INVITE me :#c", "Server", "", "*** bob invites you to #c", 0);
         row("SASL failure", ":s 904 me :SASL authentication failed", "Server", "",
             "*** SASL login failed (SASL authentication failed); connecting without it.", 0);
@@ -194,7 +204,7 @@ private slots:
         QCOMPARE(added.size(), 2);
         QCOMPARE(renamed.value(0), (QList<QVariant> { "#c", "+bob", "+Abe" }));
         QCOMPARE(h.lines("#c").mid(1),
-            (QStringList { "joined al", "joined al", "is now known as Abe", "joined dan", "left #c (bye)",
+            (QStringList { "joined #c", "joined #c", "is now known as Abe", "joined #c", "left #c (bye)",
                 "quit (gone)", "was kicked by zed (out)" }));
 
         // Topics, and the user's own rank.
@@ -204,6 +214,31 @@ private slots:
         QVERIFY(h.session->isOperator("#c"));
         h.says(":zed!u@h KICK #c you :bye");
         QVERIFY(!h.session->isOperator("#c"));
+    }
+
+    // The own nick as a word of its own, whatever characters it holds; only
+    // other users' messages count.
+    void mentions_data()
+    {
+        QTest::addColumn<QString>("nick");
+        QTest::addColumn<QByteArray>("line");
+        QTest::addColumn<bool>("mention");
+        QTest::newRow("brackets") << "[x]" << QByteArray(":b!u@h PRIVMSG #c :hi [x]!") << true;
+        QTest::newRow("brackets inside a word") << "[x]" << QByteArray(":b!u@h PRIVMSG #c :a[x]") << false;
+        QTest::newRow("carets and pipes") << "^v|" << QByteArray(":b!u@h PRIVMSG #c :^v|: yo") << true;
+        QTest::newRow("underscore continues the nick") << "al" << QByteArray(":b!u@h PRIVMSG #c :al_ there") << false;
+        QTest::newRow("a notice") << "al" << QByteArray(":b!u@h NOTICE #c :al, look") << false;
+        QTest::newRow("someone's nick change") << "al" << QByteArray(":b!u@h NICK :al2") << false;
+    }
+
+    void mentions()
+    {
+        QFETCH(QString, nick);
+        QFETCH(QByteArray, line);
+        Harness h;
+        QVERIFY(h.connect(nick));
+        h.says(":" + nick.toUtf8() + "!u@h JOIN #c\n:s 353 me = #c :b " + nick.toUtf8() + "\n:s 366 me #c :End\n" + line);
+        QTEST(h.last("#c").is(BufferLine::Mention), "mention");
     }
 
     // Private conversations follow their peer: renamed with them, told when
@@ -352,7 +387,7 @@ private slots:
         h.says(":me!u@h MODE &local +o-v+bk bob x!*@* key\n:me!u@h MODE &local +v :dave\n"
                ":me!u@h MODE &local -Y carl");
         QCOMPARE(h.session->members("&local"), (QStringList { "carl", "@me", "@bob", "+dave" }));
-        QCOMPARE(h.last("&local").text, QStringLiteral("sets mode -Y carl"));
+        QCOMPARE(h.last("&local").text, QStringLiteral("removes mode Y from carl"));
         h.says("@time=2020-01-02T03:04:05.678Z :bob!u@h PRIVMSG &local :then");
         QCOMPARE(h.last("&local").time, QDateTime(QDate(2020, 1, 2), QTime(3, 4, 5, 678), Qt::UTC).toMSecsSinceEpoch());
     }

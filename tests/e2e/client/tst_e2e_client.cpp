@@ -190,7 +190,7 @@ private slots:
         QCOMPARE(QSettings().value(QStringLiteral("servers/%1/address").arg(serverId())).toString(),
             QStringLiteral("%1:%2").arg(m_server->host()).arg(m_server->port()));
         // Only channel names are autojoined.
-        QVERIFY(shows("#auto1", "<dlgnick> joined dlgnick"));
+        QVERIFY(shows("#auto1", "<dlgnick> joined #auto1"));
         QVERIFY(rows("Server").contains("*** Autojoining #auto1"));
         QCOMPARE(rows("Server").filter("linux"), QStringList());
         QVERIFY(!w->tabs.contains("linux") && !w->tabs.contains("#linux"));
@@ -248,12 +248,12 @@ private slots:
         QVERIFY(connectAs("winuser", { bob, carl }));
         QVERIFY(joinFromWindow("#ev"));
         QCOMPARE(w->currentTabName, "#ev");
-        QVERIFY(shows("#ev", "<winuser> joined winuser"));
+        QVERIFY(shows("#ev", "<winuser> joined #ev"));
         // The channel's creator is its operator.
         QVERIFY(w->session()->members("#ev").contains("@winuser"));
 
         QVERIFY(bob->join("#ev"));
-        QVERIFY(shows("#ev", "<bob> joined bob"));
+        QVERIFY(shows("#ev", "<bob> joined #ev"));
         QVERIFY(listed("bob"));
         QVERIFY(w->nickCompletionWords().contains("bob"));
 
@@ -299,17 +299,15 @@ private slots:
         switchTo("#carls");
         QVERIFY(listed("@carl"));
         carl->sendLine("KICK #carls newme :bye");
-        QVERIFY(shows("#carls", "<newme> was kicked by carl (bye)"));
+        QVERIFY(shows("#carls", "*** You were kicked from #carls by carl (bye)"));
         QCOMPARE(w->userList->count(), 0);
         QVERIFY(w->tabs.contains("#carls"));
 
-        // The server tab echoes what no handler shows, such as the server's
-        // PINGs, but neither user traffic nor numerics; those are shown once
-        // by their handlers.
-        QVERIFY(shows("Server", "<< PING :irc.test", 3 * kTimeout));
-        const QRegularExpression trafficOrNumeric("^<< :\\S+(!| \\d{3} )");
-        QCOMPARE(rows("Server").filter(trafficOrNumeric), QStringList());
-        QCOMPARE(rows("Server").filter(" 002 winuser :Your host is").size(), 1);
+        // The server tab reads as text, not protocol: replies once each, no
+        // raw lines, not the server's PINGs.
+        QTest::qWait(5000);
+        QCOMPARE(rows("Server").filter("Your host is irc.test").size(), 1);
+        QCOMPARE(rows("Server").filter(QRegularExpression("^(<< |:\\S+ |PING)")), QStringList());
     }
 
     void mentionWhoisPrivateChatAndWatch()

@@ -145,7 +145,8 @@ private slots:
         auto first = connectAs(m_services->port("IRCD_PORT"), "carol");
         QVERIFY(QTest::qWaitFor([&] { return first->isRegistered(); }, kTimeout));
         first->sendMessage("NickServ", "REGISTER carols-pass carol@example.test");
-        QVERIFY(shows(first.get(), "NickServ", "-NickServ- Nickname \x02" "carol\x02 registered."));
+        // Services answer in the server buffer.
+        QVERIFY(shows(first.get(), Session::ServerBuffer, "-NickServ- Nickname \x02" "carol\x02 registered."));
         first->disconnectFromServer();
 
         auto second = connectAs(m_services->port("IRCD_PORT"), "carol_away", "SASL PLAIN", "carols-pass", "carol");
