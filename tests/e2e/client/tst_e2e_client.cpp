@@ -9,6 +9,7 @@
 #include "ConnectDialog.h"
 #include "EditTopicDialog.h"
 #include "IRCConnection.h"
+#include "HighlightTabBar.h"
 #include "InspircdServer.h"
 #include "MainWindow.h"
 #include "MemberListView.h"
@@ -308,6 +309,58 @@ private slots:
         QTest::qWait(5000);
         QCOMPARE(rows("Server").filter("Your host is irc.test").size(), 1);
         QCOMPARE(rows("Server").filter(QRegularExpression("^(<< |:\\S+ |PING)")), QStringList());
+    }
+
+    // Another user's notices, CTCP, actions, topic and mode changes as the
+    // window shows them, then the user's own part, rejoin and kick: one step a
+    // row, each with the line dave sends (or the user types) and the row the
+    // tab shows.
+    void noticesTopicsModesPartAndKick()
+    {
+        RawIrcClient* dave = user("dave");
+        QVERIFY(connectAs("ircme", { dave }));
+        QVERIFY(dave->join("#t18"));
+        QVERIFY(joinFromWindow("#t18"));
+        QVERIFY(QTest::qWaitFor([&] { return w->session()->members("#t18").size() == 2; }, kTimeout));
+        const auto editable = [this] { return w->tabs.value("#t18").editTopicBtn->isVisibleTo(w.get()); };
+        const auto dimmed = [this] { return w->tabBar->isTabDimmed(w->tabWidget->indexOf(w->tabs.value("#t18").widget)); };
+        struct Step
+        {
+            QString line; // from dave, or typed when it starts with "/"
+            QString tab;
+            QString row;
+        };
+        const QList<Step> steps {
+            { "NOTICE ircme :psst", "#t18", "-dave- psst" }, // no conversation open: the current tab
+            { "NOTICE #t18 :to all", "#t18", "-dave- to all" },
+            { "PRIVMSG ircme :\x01VERSION\x01", "Server", "*** CTCP VERSION from dave" },
+            { "TOPIC #t18 :a new topic", "#t18", "<dave> changed the topic to a new topic" },
+            { "MODE #t18 +o ircme", "#t18", "<dave> gives channel operator status to ircme" },
+            { "MODE #t18 +v-o ircme ircme", "#t18", "<dave> removes channel operator status from ircme" },
+            { "/part", "#t18", "*** You have left #t18" },
+            { "/join #t18", "#t18", "<ircme> joined #t18" },
+            { "KICK #t18 ircme :behave", "#t18", "*** You were kicked from #t18 by dave (behave)" },
+            { "/msg #t18 still here?", "#t18", "*** #t18: You cannot send external messages to this channel whilst the +n (noextmsg) mode is set." },
+        };
+        for (const Step& step : steps) {
+            if (step.line.startsWith(QLatin1Char('/')))
+                type(step.line);
+            else
+                dave->sendLine(step.line);
+            QVERIFY2(shows(step.tab, step.row), qPrintable(step.line));
+            if (step.line.startsWith("TOPIC"))
+                QVERIFY(w->tabs.value("#t18").topicLabel->text().contains("a new topic"));
+            if (step.line == "MODE #t18 +o ircme")
+                QVERIFY(QTest::qWaitFor([&] { return listed("@ircme") && editable(); }, kTimeout));
+            if (step.line.startsWith("MODE #t18 +v"))
+                QVERIFY(QTest::qWaitFor([&] { return listed("+ircme") && !editable(); }, kTimeout));
+            if (step.line == "/part" || step.line.startsWith("KICK"))
+                QVERIFY(QTest::qWaitFor([&] { return w->userList->count() == 0 && dimmed(); }, kTimeout));
+            if (step.line.startsWith("/join"))
+                QVERIFY(QTest::qWaitFor([&] { return listed("@dave") && !dimmed(); }, kTimeout));
+        }
+        QVERIFY(!dave->waitForLine("NOTICE dave :\x01VERSION Quenvar 2.0\x01").isEmpty());
+        QVERIFY(w->tabs.contains("#t18"));
     }
 
     void mentionWhoisPrivateChatAndWatch()
