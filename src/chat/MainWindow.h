@@ -79,6 +79,7 @@ public:
     // neither registered nor added.
     QWidget* createChannelTab(const QString& name, bool isChannel);
     bool isChannelTab(const QString& key) const;
+    QStringList completionCandidates() const;
     bool isPrivateTab(const QString& key) const;
     // Registers a page under name, adds it with name as label and tool tip and
     // returns its record.

@@ -111,13 +111,8 @@ void MainWindow::completeNick()
     if (prefix.isEmpty())
         return;
 
-    QStringList candidates;
-    if (isChannelTab(currentTabName) && m_session->hasMembers(currentTabName))
-        candidates = m_session->members(currentTabName);
-    else if (!isChannelTab(currentTabName) && currentTabName != ServerTab)
-        candidates.append(currentTabName);
-    candidates.append(m_session->nick());
-    candidates.removeDuplicates();
+    // Plain nicks: "al" completes "@alice".
+    const QStringList candidates = completionCandidates();
     setCompletionWords(candidates);
     // The completer now holds these candidates until the word list changes.
     m_completionStale = false;
@@ -150,6 +145,12 @@ void MainWindow::refreshNickCompletionModel()
     if (!m_completionStale || !nickCompleter)
         return;
     m_completionStale = false;
+    setCompletionWords(completionCandidates());
+}
+
+// The nicks of the current tab without their rank symbols, and the own nick.
+QStringList MainWindow::completionCandidates() const
+{
     QStringList words;
     if (isChannelTab(currentTabName) && m_session->hasMembers(currentTabName)) {
         const QStringList users = m_session->members(currentTabName);
@@ -161,7 +162,7 @@ void MainWindow::refreshNickCompletionModel()
     }
     words.append(m_session->nick());
     words.removeDuplicates();
-    setCompletionWords(words);
+    return words;
 }
 
 void MainWindow::setCompletionWords(const QStringList& words)

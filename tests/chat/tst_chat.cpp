@@ -821,10 +821,10 @@ private slots:
         QCOMPARE(w->nickCompletionWords(), QStringList { "me" });
 
         // Completing the word before the cursor takes the first member in
-        // the stored order, symbol included: "@a" finds @alice.
+        // the stored order, by the nick without its symbol: "al" finds @alice.
         switchTo("#c");
-        QCOMPARE(completed("hey al"), QStringLiteral("hey alan"));
-        QCOMPARE(completed("@a"), QStringLiteral("@alice"));
+        QCOMPARE(completed("hey al"), QStringLiteral("hey alice"));
+        QCOMPARE(completed("hey ala"), QStringLiteral("hey alan"));
         // The typed prefix keeps its case; no suffix is added.
         QCOMPARE(completed("ALa"), QStringLiteral("ALan"));
         // Commands and unknown prefixes stay as they are.
@@ -847,7 +847,7 @@ private slots:
         w->activateWindow();
         w->inputLine->setFocus();
         QTRY_VERIFY_WITH_TIMEOUT(w->inputLine->hasFocus(), 5000);
-        w->inputLine->setText(QStringLiteral("al"));
+        w->inputLine->setText(QStringLiteral("ala"));
         QTest::keyClick(w->inputLine, Qt::Key_Tab);
         QCOMPARE(w->inputLine->text(), QStringLiteral("alan"));
         QVERIFY(w->inputLine->hasFocus());
@@ -855,7 +855,7 @@ private slots:
         // Typed at the start of the line, so the completer's popup opens (it
         // matches the whole line) and takes the keys first.
         w->inputLine->clear();
-        QTest::keyClicks(w->inputLine, QStringLiteral("al"));
+        QTest::keyClicks(w->inputLine, QStringLiteral("ala"));
         QWidget* popup = w->nickCompleter->popup();
         QTRY_VERIFY_WITH_TIMEOUT(popup->isVisible(), 5000);
         QTest::keyClick(popup, Qt::Key_Tab);
