@@ -403,6 +403,7 @@ inline void inputCommandInput(const uint8_t* data, size_t size)
         break;
     case Type::Away:
     case Type::Feedback:
+    case Type::Unknown:
         check(!command.text.isEmpty(), "empty text", line);
         break;
     default:

@@ -2,6 +2,8 @@
 
 #include "InfoBoxes.h"
 
+#include "InputCommand.h"
+
 #include <QDialog>
 #include <QLabel>
 #include <QPixmap>
@@ -114,32 +116,13 @@ void showHelpBox(QWidget* parent)
             layout->addWidget(textLabel(box, QStringLiteral("Basic IRC commands"), 18, true,
                 QStringLiteral("color: #1d1d1f; margin-bottom: 8px;")));
 
-            static const char* const rows[][2] = {
-                { "/join #channel", "Join a channel" },
-                { "/part [#channel]", "Leave a channel (or current tab)" },
-                { "/msg nick message", "Send a private message" },
-                { "/whois nick", "Show information about a user" },
-                { "/nick newnick", "Change your nickname" },
-                { "/away message", "Set away status (use /back to return)" },
-                { "/list", "List channels on the server" },
-                { "/topic [#channel]", "Show or change the channel topic" },
-                { "/kick nick [reason]", "Kick a user from the channel" },
-                { "/me action", "Send an action message" },
-                { "/quit [message]", "Disconnect from the server" },
-                { "/notice nick message", "Send a notice (like /msg but silent)" },
-                { "/ctcp nick command", "Send a CTCP request (e.g., /ctcp nick VERSION)" },
-                { "/mode #channel +o nick", "Change channel or user modes" },
-                { "/invite nick #channel", "Invite a user to a channel" },
-                { "/who #channel", "Show users in a channel" },
-                { "/help [command]", "Show help (server\u2011specific)" },
-            };
             QString html = QStringLiteral(
                 "<table cellspacing=\"0\" cellpadding=\"4\" style=\"font-size: 13px; color: #333;\">"
                 "<tr><th align=\"left\" style=\"border-bottom: 1px solid #cccccc;\">Command</th>"
                 "<th align=\"left\" style=\"border-bottom: 1px solid #cccccc;\">Description</th></tr>");
-            for (const auto& row : rows) {
+            for (const InputCommand::HelpRow& row : InputCommand::helpRows()) {
                 html += QStringLiteral("<tr><td><code>%1</code></td><td>%2</td></tr>")
-                            .arg(QString::fromUtf8(row[0]).toHtmlEscaped(), QString::fromUtf8(row[1]).toHtmlEscaped());
+                            .arg(row.usage.toHtmlEscaped(), row.description.toHtmlEscaped());
             }
             html += QStringLiteral("</table>");
 

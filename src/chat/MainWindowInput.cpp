@@ -2,8 +2,11 @@
 
 #include "MainWindow.h"
 
+#include "ChatView.h"
+#include "IRCConnection.h"
 #include "InputCommand.h"
 #include "MemberList.h"
+#include "MyTabWidget.h"
 #include "Session.h"
 
 #include <QAction>
@@ -29,9 +32,13 @@ void MainWindow::onSendInput()
     inputLine->clear();
     tabInputHistory.insert(currentTabName, QString());
 
-    const InputCommand command = InputCommand::parse(line, currentTabName);
     Session* session = m_session;
-    if (command.type == InputCommand::Type::Empty || !session->isConnected())
+    const InputCommand command
+        = InputCommand::parse(line, currentTabName, session->connection()->serverSupport().chanTypes);
+    // Help, Clear and Close concern only the window; the rest waits for a connection.
+    const bool local = command.type == InputCommand::Type::Help || command.type == InputCommand::Type::Clear
+        || command.type == InputCommand::Type::Close;
+    if (command.type == InputCommand::Type::Empty || (!local && !session->isConnected()))
         return;
 
     switch (command.type) {
@@ -41,14 +48,19 @@ void MainWindow::onSendInput()
     case InputCommand::Type::Msg:
         session->sendMessage(command.target, command.text);
         break;
+    case InputCommand::Type::Unknown:
+        // Left in the line to be put right.
+        inputLine->setText(line);
+        session->addLine(command.target, command.text);
+        break;
     case InputCommand::Type::Feedback:
         session->addLine(command.target, command.text);
         break;
     case InputCommand::Type::Join:
-        session->join(command.target);
+        session->join(command.target, command.text);
         break;
     case InputCommand::Type::Part:
-        session->part(command.target);
+        session->part(command.target, command.text);
         break;
     case InputCommand::Type::Nick:
         session->changeNick(command.target);
@@ -75,6 +87,76 @@ void MainWindow::onSendInput()
         break;
     case InputCommand::Type::Autojoin:
         session->setAutojoin(command.target, !session->autojoinChannels().contains(command.target));
+        break;
+    case InputCommand::Type::Action:
+        session->sendAction(command.target, command.text);
+        break;
+    case InputCommand::Type::Notice:
+        session->sendNotice(command.target, command.text);
+        break;
+    case InputCommand::Type::Ctcp:
+        session->ctcp(command.target, command.text);
+        session->addLine(currentTabName,
+            QStringLiteral("*** CTCP %1 sent to %2")
+                .arg(command.text.section(QLatin1Char(' '), 0, 0), command.target));
+        break;
+    case InputCommand::Type::ShowTopic: {
+        const QString channel = session->findBuffer(command.target);
+        const QString topic = session->topic(channel.isEmpty() ? command.target : channel);
+        session->addLine(currentTabName,
+            topic.isEmpty() ? QStringLiteral("*** No topic is known for %1").arg(command.target)
+                            : QStringLiteral("*** Topic of %1: %2").arg(command.target, topic));
+        break;
+    }
+    case InputCommand::Type::SetTopic:
+        session->setTopic(command.target, command.text);
+        break;
+    case InputCommand::Type::Kick:
+        session->kick(command.target, command.args.value(0), command.text);
+        break;
+    case InputCommand::Type::Ban:
+        session->ban(command.target, command.args.value(0));
+        break;
+    case InputCommand::Type::Mode:
+        for (const QString& modes : command.args)
+            session->mode(command.target, modes);
+        break;
+    case InputCommand::Type::Invite:
+        session->invite(command.args.value(0), command.target);
+        break;
+    case InputCommand::Type::Who:
+        session->who(command.target);
+        break;
+    case InputCommand::Type::Query: {
+        // Back to an open conversation with the nick, whatever its case there.
+        const QString open = session->findQuery(command.target);
+        const QString nick = open.isEmpty() ? command.target : open;
+        openPrivateChat(nick);
+        if (!command.text.isEmpty())
+            session->sendMessage(nick, command.text);
+        break;
+    }
+    case InputCommand::Type::Close: {
+        const auto it = tabs.constFind(command.target);
+        if (it != tabs.cend())
+            closeTab(tabWidget->indexOf(it->widget));
+        break;
+    }
+    case InputCommand::Type::Clear: {
+        const auto it = tabs.constFind(command.target);
+        if (it != tabs.cend() && it->chatView)
+            it->chatView->clearMessages();
+        session->clearBuffer(command.target);
+        break;
+    }
+    case InputCommand::Type::Quit:
+        session->quit(command.text);
+        break;
+    case InputCommand::Type::Help:
+        if (command.text.isEmpty())
+            showHelpBox();
+        else
+            session->addLine(currentTabName, command.text);
         break;
     }
 }

@@ -138,12 +138,13 @@ void IRCConnection::connectToServer(
     socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
 }
 
-void IRCConnection::disconnectFromServer()
+void IRCConnection::disconnectFromServer(const QString& reason)
 {
     m_sendQueue.clear();
     m_sendTimer->stop();
     if (isConnected()) {
-        socket->write("QUIT :Quenvar leaving\r\n");
+        // Past the queue: the link goes right after it.
+        socket->write(wireLine(QStringLiteral("QUIT :") + reason).toUtf8() + "\r\n");
         socket->flush();
         socket->disconnectFromHost();
     } else if (socket
@@ -190,10 +191,10 @@ void IRCConnection::flushQueue()
         m_sendTimer->start(int((1 - m_sendTokens) * interval) + 1);
 }
 
-void IRCConnection::writeLine(const QString& line)
+QString IRCConnection::wireLine(const QString& line) const
 {
-    // One call sends one line: whatever follows an embedded line break (or a
-    // NUL, which no IRC line may hold) is dropped, so text taken from the
+    // One line goes out as one line: whatever follows an embedded line break
+    // (or a NUL, which no IRC line may hold) is dropped, so text taken from the
     // server can never smuggle in a command. A longer line than the server
     // takes is cut, between characters.
     qsizetype end = line.size();
@@ -204,7 +205,12 @@ void IRCConnection::writeLine(const QString& line)
             break;
         }
     }
-    const QString cut = fitUtf8(line.left(end), m_support.lineLen - 2);
+    return fitUtf8(line.left(end), m_support.lineLen - 2);
+}
+
+void IRCConnection::writeLine(const QString& line)
+{
+    const QString cut = wireLine(line);
     if (m_sendObserver) {
         m_sendObserver(cut);
         return;

@@ -74,7 +74,8 @@ public:
 
     void connectToServer(
         const QString& host, quint16 port, const QString& nick, const QString& realName, bool useSsl);
-    void disconnectFromServer();
+    // Says QUIT with reason (while connected) and drops the link.
+    void disconnectFromServer(const QString& reason = QStringLiteral("Quenvar leaving"));
     // Sends one line (cut at a line break, and to what the server takes).
     // Once registered, lines go out at the pace set by setSendPacing; the
     // lines still waiting are dropped when the link ends.
@@ -250,6 +251,9 @@ private:
     void processBuffer();
     qint64 now() const;
     void writeLine(const QString& line);
+    // line as it may go out: up to its first line break (or NUL), cut to what
+    // the server takes.
+    QString wireLine(const QString& line) const;
     void flushQueue();
     void handleCap(const IrcMessage& m);
     void requestCaps(const QStringList& offered);

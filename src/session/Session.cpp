@@ -1077,3 +1077,56 @@ void Session::loadServerRecord()
     m_connection->setServerConfig(config);
     m_autojoin = config.autojoinChannels;
 }
+
+void Session::part(const QString& channel, const QString& reason)
+{
+    m_connection->sendRaw(QStringLiteral("PART %1 :%2").arg(channel, reason));
+}
+
+void Session::join(const QString& channels, const QString& keys)
+{
+    if (keys.isEmpty())
+        m_connection->joinChannel(channels);
+    else
+        m_connection->sendRaw(QStringLiteral("JOIN %1 %2").arg(channels, keys));
+}
+
+void Session::quit(const QString& reason)
+{
+    if (isConnected() && !m_serverId.isEmpty())
+        saveServerRecord();
+    m_connection->disconnectFromServer(reason);
+}
+
+void Session::mode(const QString& target, const QString& modes)
+{
+    if (modes.isEmpty())
+        m_connection->sendRaw(QStringLiteral("MODE ") + target);
+    else
+        m_connection->sendRaw(QStringLiteral("MODE %1 %2").arg(target, modes));
+}
+
+void Session::invite(const QString& nick, const QString& channel)
+{
+    m_connection->sendRaw(QStringLiteral("INVITE %1 %2").arg(nick, channel));
+}
+
+void Session::who(const QString& mask)
+{
+    m_connection->sendRaw(QStringLiteral("WHO ") + mask);
+}
+
+void Session::ctcp(const QString& target, const QString& request)
+{
+    m_connection->sendRaw(QStringLiteral("PRIVMSG %1 :\x01%2\x01").arg(target, request));
+}
+
+void Session::clearBuffer(const QString& name)
+{
+    const auto it = m_buffers.find(name);
+    if (it == m_buffers.end())
+        return;
+    it->lines.clear();
+    it->unread = 0;
+    it->mentioned = false;
+}

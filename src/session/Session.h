@@ -197,6 +197,21 @@ public:
     // The current server's stored record (missing keys keep the connection's).
     void loadServerRecord();
     void saveServerRecord();
+    // PART with a reason.
+    void part(const QString& channel, const QString& reason);
+    // JOIN of one or more channels ("#a,#b") with their keys ("k1,k2").
+    void join(const QString& channels, const QString& keys);
+    // Leaves the server, saying reason in the QUIT line.
+    void quit(const QString& reason);
+    // MODE target with the mode string and its parameters (none: the server
+    // tells the current modes).
+    void mode(const QString& target, const QString& modes);
+    void invite(const QString& nick, const QString& channel);
+    void who(const QString& mask);
+    // A CTCP request ("VERSION", "PING 123") as a PRIVMSG to target.
+    void ctcp(const QString& target, const QString& request);
+    // Forgets the rows of a buffer; it stays open.
+    void clearBuffer(const QString& name);
 
 signals:
     void bufferOpened(const QString& buffer);

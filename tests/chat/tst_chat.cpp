@@ -725,6 +725,35 @@ private slots:
         QCOMPARE(lastMessage("bob"), QStringLiteral("hi  there"));
         type("/J");
         QCOMPARE(lastMessage("bob"), QStringLiteral("Unknown command: join"));
+        QCOMPARE(w->inputLine->text(), QStringLiteral("/J")); // kept to be put right
+
+        // Channel commands elsewhere, CTCP, Help and topics answer with a row
+        // in the current tab.
+        type("/kick carl");
+        QCOMPARE(lastMessage("bob"), QStringLiteral("*** /kick works in a channel tab."));
+        QCOMPARE(w->inputLine->text(), QString());
+        type("/ctcp carl version");
+        QCOMPARE(lastMessage("bob"), QStringLiteral("*** CTCP VERSION sent to carl"));
+        type("/help w");
+        QCOMPARE(
+            lastMessage("bob"), QStringLiteral("/whois nick: Show information about a user (also /w, /wc)"));
+        type("/topic #a");
+        QCOMPARE(lastMessage("bob"), QStringLiteral("*** No topic is known for #a"));
+        emit w->session()->connection()->topicReceived("#a", "All about a");
+        switchTo("#a");
+        type("/topic");
+        QCOMPARE(lastMessage("#a"), QStringLiteral("*** Topic of #a: All about a"));
+
+        // /query opens or finds the private tab, /clear empties a tab, /close
+        // closes it.
+        type("/query BOB");
+        QCOMPARE(w->currentTabName, QStringLiteral("bob"));
+        type("/clear");
+        QCOMPARE(view("bob")->rowCount(), 0);
+        QCOMPARE(w->session()->lineCount("bob"), 0);
+        type("/close");
+        QVERIFY(!w->tabs.contains("bob"));
+        QVERIFY(!w->session()->hasBuffer("bob"));
     }
 
     void commandsSendTheirLines_data()
@@ -732,7 +761,10 @@ private slots:
         QTest::addColumn<QString>("typed");
         QTest::addColumn<QStringList>("sent");
         addRow("join alias adds #", "/j linux", QStringList { "JOIN #linux" });
-        addRow("part the current tab", "/p extra words", QStringList { "PART #cur :Leaving" });
+        addRow("join with keys", "/join #a,b k1,k2", QStringList { "JOIN #a,#b k1,k2" });
+        addRow("part the current tab", "/p", QStringList { "PART #cur :Leaving" });
+        addRow("part with a reason", "/part see  you", QStringList { "PART #cur :see  you" });
+        addRow("part another channel", "/p #x bye", QStringList { "PART #x :bye" });
         addRow("raw keeps the rest", "/raw MODE  #cur +m", QStringList { "MODE  #cur +m" });
         addRow("msg counts empty sections", "/msg bob hi  there",
             (QStringList { "PRIVMSG bob :hi  there", "WATCH +bob" }));
@@ -740,6 +772,29 @@ private slots:
         addRow("away default reason", "/away", QStringList { "AWAY :Away" });
         addRow("back while not away", "/b", QStringList { "AWAY" });
         addRow("plain text", "  hello  ", QStringList { "PRIVMSG #cur :hello" });
+        addRow("me", "/me waves",
+            QStringList { "PRIVMSG #cur :\x01"
+                          "ACTION waves\x01" });
+        addRow("notice", "/notice #cur heads up", QStringList { "NOTICE #cur :heads up" });
+        addRow("ctcp", "/ctcp carl ping 42", QStringList { "PRIVMSG carl :\x01PING 42\x01" });
+        addRow("topic set", "/topic new  topic", QStringList { "TOPIC #cur :new  topic" });
+        addRow("topic of another channel", "/topic #x new", QStringList { "TOPIC #x :new" });
+        addRow("kick default reason", "/kick carl", QStringList { "KICK #cur carl :Requested" });
+        addRow("kick with reason", "/kick carl go away", QStringList { "KICK #cur carl :go away" });
+        addRow("ban", "/ban carl", QStringList { "MODE #cur +b carl!*@*" });
+        addRow("mode of the channel", "/mode +l 10", QStringList { "MODE #cur +l 10" });
+        addRow("mode of a target", "/mode mynick +i", QStringList { "MODE mynick +i" });
+        addRow("op four", "/op a b c d", (QStringList { "MODE #cur +ooo a b c", "MODE #cur +o d" }));
+        addRow("deop", "/deop a b", QStringList { "MODE #cur -oo a b" });
+        addRow("voice", "/voice a", QStringList { "MODE #cur +v a" });
+        addRow("devoice", "/devoice a", QStringList { "MODE #cur -v a" });
+        addRow("invite here", "/invite carl", QStringList { "INVITE carl #cur" });
+        addRow("invite elsewhere", "/invite carl #x", QStringList { "INVITE carl #x" });
+        addRow("who", "/who #cur", QStringList { "WHO #cur" });
+        addRow("query with text", "/query carl hi", (QStringList { "WATCH +carl", "PRIVMSG carl :hi" }));
+        addRow("close parts", "/close", QStringList { "PART #cur :Leaving" });
+        addRow("quit default reason", "/quit", QStringList { "QUIT :Quenvar leaving" });
+        addRow("quit with reason", "/quit off  to bed", QStringList { "QUIT :off  to bed" });
     }
 
     void commandsSendTheirLines()
