@@ -158,9 +158,10 @@ QString InputCommand::helpLine(const QString& command)
     return QString();
 }
 
-QString InputCommand::channelName(const QString& name)
+QString InputCommand::channelName(const QString& name, const QString& channelTypes)
 {
-    return name.startsWith(QLatin1Char('#')) ? name : QLatin1Char('#') + name;
+    const bool channel = !name.isEmpty() && (name.front() == QLatin1Char('#') || channelTypes.contains(name.front()));
+    return channel ? name : QLatin1Char('#') + name;
 }
 
 InputCommand InputCommand::parse(const QString& line, const QString& currentTab, const QString& channelTypes)
@@ -201,7 +202,7 @@ InputCommand InputCommand::parse(const QString& line, const QString& currentTab,
     if (cmd == QLatin1String("join") && arguments >= 1) {
         QStringList channels = parts.at(1).split(QLatin1Char(','));
         for (QString& channel : channels)
-            channel = channelName(channel);
+            channel = channelName(channel, channelTypes);
         return make(Type::Join, cmd, channels.join(QLatin1Char(',')), parts.value(2));
     }
     if (cmd == QLatin1String("part")) {

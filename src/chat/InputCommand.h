@@ -110,7 +110,7 @@ public:
     static const QMap<QString, QString>& commandAliases();
 
     // `name` with "#" put in front unless it already starts with "#".
-    static QString channelName(const QString& name);
+    static QString channelName(const QString& name, const QString& channelTypes = QStringLiteral("#"));
 
     // One line of Help: how a command is typed and what it does.
     struct HelpRow

@@ -172,7 +172,7 @@ void MainWindow::onJoinChannel()
         QStringLiteral("Channel name (e.g. #linux):"), QLineEdit::Normal, QString(), &ok);
     if (!ok || name.isEmpty())
         return;
-    m_session->join(InputCommand::channelName(name));
+    m_session->join(InputCommand::channelName(name, m_session->connection()->serverSupport().chanTypes));
 }
 
 // --- Nick completion ----------------------------------------------------------------

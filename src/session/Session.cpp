@@ -928,8 +928,12 @@ void Session::sendMessage(const QString& target, const QString& text)
 void Session::sendNotice(const QString& target, const QString& text)
 {
     const QStringList pieces = m_connection->sendNotice(target, text);
+    // Shown in the target's buffer when one is open; a notice opens no conversation.
+    QString buffer = findBuffer(target);
+    if (buffer.isEmpty())
+        buffer = m_buffers.contains(m_currentBuffer) ? m_currentBuffer : ServerBuffer;
     for (const QString& piece : pieces)
-        addLine(target, QStringLiteral("-%1- %2").arg(nick(), piece), QString(), false, BufferLine::Notice);
+        addLine(buffer, QStringLiteral("-> -%1- %2").arg(target, piece), QString(), false, BufferLine::Notice);
 }
 
 void Session::sendAction(const QString& target, const QString& text)
