@@ -80,6 +80,7 @@ public:
     QWidget* createChannelTab(const QString& name, bool isChannel);
     bool isChannelTab(const QString& key) const;
     QStringList completionCandidates() const;
+    void applyConnectionPreferences() override;
     bool isPrivateTab(const QString& key) const;
     // Registers a page under name, adds it with name as label and tool tip and
     // returns its record.

@@ -38,8 +38,16 @@ void MainWindow::onSendInput()
     // Help, Clear and Close concern only the window; the rest waits for a connection.
     const bool local = command.type == InputCommand::Type::Help || command.type == InputCommand::Type::Clear
         || command.type == InputCommand::Type::Close;
-    if (command.type == InputCommand::Type::Empty || (!local && !session->isConnected()))
+    if (command.type == InputCommand::Type::Empty)
         return;
+    if (!local && !session->isConnected()) {
+        // Nothing typed is lost: it waits in the line until the link is back.
+        inputLine->setText(line);
+        tabInputHistory.insert(currentTabName, line);
+        session->addLine(tabs.contains(currentTabName) && currentTabName != Session::ListPage ? currentTabName : ServerTab,
+            QStringLiteral("*** Not connected."));
+        return;
+    }
 
     switch (command.type) {
     case InputCommand::Type::Empty:

@@ -186,6 +186,17 @@ void MainWindow::loadPreferences()
 
     applyChatFont();
     applyChatBackground();
+    applyConnectionPreferences();
+}
+
+void MainWindow::applyConnectionPreferences()
+{
+    Session::ReconnectPolicy policy;
+    policy.enabled = prefs.autoReconnect;
+    policy.delaySec = qBound(1, prefs.reconnectDelay, Session::MaxReconnectDelaySec);
+    policy.maxAttempts = qBound(0, prefs.reconnectAttempts, 100);
+    m_session->setReconnectPolicy(policy);
+    m_session->setKeepAlive(qBound(10, prefs.pingInterval, 600), qBound(5, prefs.pingTimeout, 120));
 }
 
 QFont MainWindow::currentChatFont() const

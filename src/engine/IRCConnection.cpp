@@ -125,8 +125,13 @@ void IRCConnection::connectToServer(
 
     QSslSocket* sslSocket = useSsl ? new QSslSocket(this) : nullptr;
     socket = sslSocket ? sslSocket : new QTcpSocket(this);
+    m_linkUp = false;
     // Wired before connecting, so that an error found at once is not lost.
-    connect(socket, &QTcpSocket::connected, this, &IRCConnection::onConnected);
+    // A TLS link is up once its handshake succeeded, not when TCP connects.
+    if (sslSocket)
+        connect(sslSocket, &QSslSocket::encrypted, this, &IRCConnection::onConnected);
+    else
+        connect(socket, &QTcpSocket::connected, this, &IRCConnection::onConnected);
     connect(socket, &QTcpSocket::disconnected, this, &IRCConnection::onDisconnected);
     connect(socket, &QTcpSocket::readyRead, this, &IRCConnection::onReadyRead);
     connect(socket, &QTcpSocket::errorOccurred, this, &IRCConnection::onError);
@@ -370,7 +375,7 @@ QString IRCConnection::loginAccount() const
 
 bool IRCConnection::isConnected() const
 {
-    return socket && socket->state() == QAbstractSocket::ConnectedState;
+    return socket && socket->state() == QAbstractSocket::ConnectedState && m_linkUp;
 }
 
 bool IRCConnection::isRegistered() const
@@ -528,6 +533,7 @@ void IRCConnection::checkKeepAlive()
 
 void IRCConnection::onConnected()
 {
+    m_linkUp = true;
     configureSocketKeepAlive();
     lastActivity = now();
     pingPending = false;
@@ -701,6 +707,12 @@ void IRCConnection::onDisconnected()
     m_sendTimer->stop();
     keepAliveTimer->stop();
     enableSleep();
+    if (!m_linkUp) {
+        // TCP came up but the TLS handshake did not: the link never was.
+        emit connectFailed();
+        return;
+    }
+    m_linkUp = false;
     emit disconnected();
 }
 
@@ -726,7 +738,6 @@ void IRCConnection::setSendObserver(SendObserver observer)
 
 void IRCConnection::onError(QAbstractSocket::SocketError socketError)
 {
-    Q_UNUSED(socketError);
     auto* source = qobject_cast<QAbstractSocket*>(sender());
     if (!source)
         source = socket;
@@ -734,11 +745,14 @@ void IRCConnection::onError(QAbstractSocket::SocketError socketError)
         return;
     // A connection that never came up gets no disconnected signal; do not
     // keep the system awake for it.
+    const bool neverUp = source == socket && source->state() == QAbstractSocket::UnconnectedState && !m_linkUp;
     if (source == socket && source->state() == QAbstractSocket::UnconnectedState) {
         keepAliveTimer->stop();
         enableSleep();
     }
     emit errorOccurred(source->errorString());
+    if (neverUp && socketError != QAbstractSocket::SslHandshakeFailedError)
+        emit connectFailed();
 }
 
 void IRCConnection::configureSocketKeepAlive()

@@ -180,6 +180,9 @@ public slots:
 
 signals:
     void connected();
+    // A connection attempt ended before the link came up (refused, no
+    // route, a failed TLS handshake).
+    void connectFailed();
     void registered();
     void disconnected();
     void errorOccurred(const QString& error);
@@ -286,6 +289,7 @@ private:
     bool sleepInhibited = false;
     ServerConfig m_serverConfig;
 
+    bool m_linkUp = false; // this socket reached onConnected (after the TLS handshake for TLS)
     bool m_discardingLine = false; // dropping the rest of an oversize line
     bool m_processingBuffer = false; // processBuffer is delivering lines
     KeepAliveTiming m_timing;

@@ -324,6 +324,7 @@ void PreferencesDialog::saveAndApply()
     prefs.chatBgImage = m_selectedBgImage;
     prefs.chatBgColor = m_selectedBgColor;
     m_host->applyChatBackground();
+    m_host->applyConnectionPreferences();
 
     prefs.autoReconnect = autoReconnectCheck->isChecked();
     prefs.reconnectDelay = reconnectDelaySpin->value();

@@ -42,4 +42,6 @@ public:
     virtual void applyTheme(const QString& theme) = 0;
     virtual void applyChatFont() = 0;
     virtual void applyChatBackground() = 0;
+    // Reconnect and keep-alive values, for the connections from now on.
+    virtual void applyConnectionPreferences() = 0;
 };

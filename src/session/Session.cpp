@@ -5,6 +5,7 @@
 #include "ServerStore.h"
 
 #include <QDateTime>
+#include <QRandomGenerator>
 #include <QDebug>
 #include <QSettings>
 #include <QTimer>
@@ -64,8 +65,16 @@ Session::Session(QObject* parent)
     m_buffers.insert(ServerBuffer, Buffer());
     m_clock.start();
 
+    m_reconnectTimer = new QTimer(this);
+    m_reconnectTimer->setSingleShot(true);
+    connect(m_reconnectTimer, &QTimer::timeout, this, &Session::reconnectNow);
+
     IRCConnection* c = m_connection;
     connect(c, &IRCConnection::connected, this, &Session::onConnected);
+    connect(c, &IRCConnection::connectFailed, this, [this] {
+        if (m_rejoinOnRegistration && !m_userDisconnected)
+            scheduleReconnect();
+    });
     connect(c, &IRCConnection::registered, this, &Session::onRegistered);
     connect(c, &IRCConnection::disconnected, this, &Session::onDisconnected);
     connect(c, &IRCConnection::errorOccurred, this,
@@ -452,26 +461,53 @@ void Session::onRegistered()
             m_connection->setServerConfig(config);
         }
     }
-    // Joined a few to a line, so that a long list does not wait for the
-    // send pace channel by channel.
+    // Back after a drop: every conversation is told, and the channels whose
+    // buffers are open are joined again with the autojoin list.
+    QStringList channels = m_autojoin;
+    QSet<QString> autojoined;
+    for (const QString& channel : std::as_const(channels))
+        autojoined.insert(m_connection->foldCase(channel));
+    if (m_rejoinOnRegistration) {
+        m_rejoinOnRegistration = false;
+        m_reconnectAttempt = 0;
+        for (auto it = m_buffers.cbegin(); it != m_buffers.cend(); ++it) {
+            if (typeOf(it.key()) == BufferType::Channel && !autojoined.contains(m_connection->foldCase(it.key())))
+                channels.append(it.key());
+        }
+        const QStringList open = m_buffers.keys();
+        for (const QString& buffer : open) {
+            if (buffer != ListPage)
+                addLine(buffer, QStringLiteral("*** Reconnected"));
+        }
+    }
+    // Joined a few to a line, so that a long list does not wait for the send
+    // pace channel by channel; channels with a key first, keys in their order.
     QStringList batch;
+    QStringList keys;
     int batchBytes = 0;
-    const auto joinBatch = [this, &batch, &batchBytes] {
+    const auto joinBatch = [this, &batch, &keys, &batchBytes] {
         if (!batch.isEmpty())
-            m_connection->joinChannel(batch.join(QLatin1Char(',')));
+            m_connection->joinChannel(batch.join(QLatin1Char(',')) + (keys.isEmpty() ? QString() : QLatin1Char(' ') + keys.join(QLatin1Char(','))));
         batch.clear();
+        keys.clear();
         batchBytes = 0;
     };
-    const QStringList channels = m_autojoin;
-    for (const QString& channel : channels) {
+    std::stable_partition(channels.begin(), channels.end(),
+        [this](const QString& channel) { return m_channelKeys.contains(m_connection->foldCase(channel)); });
+    for (const QString& channel : std::as_const(channels)) {
         if (typeOf(channel) != BufferType::Channel)
             continue;
-        const int bytes = int(channel.toUtf8().size()) + 1;
+        const QString key = m_channelKeys.value(m_connection->foldCase(channel));
+        const int bytes = int(channel.toUtf8().size() + key.toUtf8().size()) + 2;
         if (batchBytes + bytes > 400)
             joinBatch();
         batch.append(channel);
+        if (!key.isEmpty())
+            keys.append(key);
         batchBytes += bytes;
-        addLine(ServerBuffer, QStringLiteral("*** Autojoining %1").arg(channel));
+        addLine(ServerBuffer,
+            autojoined.contains(m_connection->foldCase(channel)) ? QStringLiteral("*** Autojoining %1").arg(channel)
+                                                                 : QStringLiteral("*** Rejoining %1").arg(channel));
     }
     joinBatch();
     emit stateChanged();
@@ -497,6 +533,8 @@ void Session::onDisconnected()
     emit disconnected();
     if (wasAway)
         emit awayChanged(false);
+    if (!m_userDisconnected)
+        scheduleReconnect();
 }
 
 // A server reply as a person reads it: what follows our nick, without the
@@ -871,6 +909,11 @@ void Session::onListEnd()
 
 void Session::connectTo(const QString& host, quint16 port, const ServerConfig& config)
 {
+    m_reconnectTimer->stop();
+    m_reconnectTimerActive = false;
+    m_reconnectAttempt = 0;
+    m_userDisconnected = false;
+    m_rejoinOnRegistration = false;
     // How fast lines go out; tests shorten it.
     const QSettings settings;
     IRCConnection::SendPacing pacing;
@@ -897,24 +940,83 @@ void Session::rememberServerRecord()
 
 void Session::disconnectFromServer()
 {
+    m_userDisconnected = true;
+    m_reconnectTimer->stop();
+    m_reconnectTimerActive = false;
+    m_reconnectAttempt = 0;
     if (isConnected())
         saveServerRecord();
     m_connection->disconnectFromServer();
 }
 
-void Session::reconnect()
+void Session::setKeepAlive(int intervalSec, int timeoutSec)
 {
-    if (!isConnected())
+    IRCConnection::KeepAliveTiming timing = m_connection->keepAliveTiming();
+    timing.idleBeforePingMs = qint64(qBound(1, intervalSec, 3600)) * 1000;
+    timing.pingTimeoutMs = qint64(qBound(1, timeoutSec, 3600)) * 1000;
+    // Checked often enough to notice a short timeout in time.
+    timing.checkIntervalMs = int(qMin<qint64>(10000, qMin(timing.idleBeforePingMs, timing.pingTimeoutMs) / 2));
+    m_connection->setKeepAliveTiming(timing);
+}
+
+void Session::scheduleReconnect()
+{
+    if (!m_reconnectPolicy.enabled || host().isEmpty()) {
+        m_reconnectAttempt = 0;
         return;
-    saveServerRecord();
-    m_connection->disconnectFromServer();
+    }
+    ++m_reconnectAttempt;
+    if (m_reconnectPolicy.maxAttempts > 0 && m_reconnectAttempt > m_reconnectPolicy.maxAttempts) {
+        addLine(ServerBuffer,
+            QStringLiteral("*** Gave up reconnecting after %1 attempts.").arg(m_reconnectPolicy.maxAttempts));
+        m_reconnectAttempt = 0;
+        m_rejoinOnRegistration = false;
+        return;
+    }
+    // delay, 2x, 4x ... up to five minutes, and up to a tenth more or less so
+    // that many clients dropped at once do not come back at once.
+    const int doublings = qMin(m_reconnectAttempt - 1, 16);
+    const qint64 base = qMin<qint64>(qint64(qMax(1, m_reconnectPolicy.delaySec)) << doublings, MaxReconnectDelaySec);
+    const double jitter = 0.9 + 0.2 * QRandomGenerator::global()->generateDouble();
+    const qint64 delayMs = qMin<qint64>(qint64(double(base) * 1000 * jitter), qint64(MaxReconnectDelaySec) * 1000);
+    m_rejoinOnRegistration = true;
+    addLine(ServerBuffer,
+        QStringLiteral("*** Reconnecting in %1 s (attempt %2)...")
+            .arg(QString::number(qMax<qint64>(1, (delayMs + 500) / 1000)), QString::number(m_reconnectAttempt)));
+    m_reconnectTimerActive = true;
+    m_reconnectTimer->start(int(delayMs));
+}
+
+void Session::reconnectNow()
+{
+    m_reconnectTimer->stop();
+    m_reconnectTimerActive = false;
+    m_userDisconnected = false;
+    m_rejoinOnRegistration = true;
     // Back to the port that was used (the default IRC port when the
     // connection was not made through connectTo).
     const quint16 port = m_port ? m_port : FallbackPort;
-    QTimer::singleShot(1000, this, [this, port] {
-        const ServerConfig config = m_connection->serverConfig();
-        m_connection->connectToServer(m_connection->getHost(), port, config.nickname, config.realName, config.useSsl);
-    });
+    addLine(ServerBuffer, QStringLiteral("*** Connecting to %1:%2...").arg(host(), QString::number(port)));
+    const ServerConfig config = m_connection->serverConfig();
+    m_connection->connectToServer(host(), port, config.nickname, config.realName, config.useSsl);
+}
+
+void Session::reconnect()
+{
+    if (host().isEmpty()) {
+        addLine(ServerBuffer, QStringLiteral("*** No server to reconnect to: connect first."));
+        return;
+    }
+    if (!isConnected()) {
+        m_reconnectAttempt = 0;
+        reconnectNow();
+        return;
+    }
+    saveServerRecord();
+    m_userDisconnected = true;
+    m_connection->disconnectFromServer();
+    m_reconnectTimerActive = true;
+    m_reconnectTimer->start(1000);
 }
 
 void Session::sendMessage(const QString& target, const QString& text)
@@ -950,13 +1052,6 @@ void Session::sendAction(const QString& target, const QString& text)
 void Session::sendRaw(const QString& line)
 {
     m_connection->sendRaw(line);
-}
-
-void Session::join(const QString& channel)
-{
-    for (const QString& name : channel.section(QLatin1Char(' '), 0, 0).split(QLatin1Char(',')))
-        m_leaving.remove(m_connection->foldCase(name));
-    m_connection->joinChannel(channel);
 }
 
 void Session::part(const QString& channel)
@@ -1089,6 +1184,15 @@ void Session::part(const QString& channel, const QString& reason)
 
 void Session::join(const QString& channels, const QString& keys)
 {
+    // Keys go with the channels in their order; kept for joining again after a drop.
+    const QStringList names = channels.split(QLatin1Char(','), Qt::SkipEmptyParts);
+    const QStringList given = keys.split(QLatin1Char(','));
+    for (qsizetype i = 0; i < names.size(); ++i) {
+        const QString folded = m_connection->foldCase(names.at(i));
+        m_leaving.remove(folded);
+        if (i < given.size() && !given.at(i).isEmpty())
+            m_channelKeys.insert(folded, given.at(i));
+    }
     if (keys.isEmpty())
         m_connection->joinChannel(channels);
     else
@@ -1097,6 +1201,10 @@ void Session::join(const QString& channels, const QString& keys)
 
 void Session::quit(const QString& reason)
 {
+    m_userDisconnected = true;
+    m_reconnectTimer->stop();
+    m_reconnectTimerActive = false;
+    m_reconnectAttempt = 0;
     if (isConnected() && !m_serverId.isEmpty())
         saveServerRecord();
     m_connection->disconnectFromServer(reason);

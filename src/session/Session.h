@@ -15,6 +15,7 @@
 #include <QStringList>
 
 class IRCConnection;
+class QTimer;
 
 // One row of a buffer, as it was when it was added.
 struct BufferLine
@@ -84,6 +85,17 @@ public:
     // to the server buffer instead of opening theirs.
     static constexpr int QueryBurstLimit = 50;
     static constexpr qint64 QueryBurstWindowMs = 60000;
+
+    // When the link drops without the user asking: try again after delaySec,
+    // then twice as long each time (capped at five minutes, with a little
+    // jitter), at most maxAttempts times (0: no limit).
+    struct ReconnectPolicy
+    {
+        bool enabled = true;
+        int delaySec = 10;
+        int maxAttempts = 0;
+    };
+    static constexpr int MaxReconnectDelaySec = 300;
 
     explicit Session(QObject* parent = nullptr);
     ~Session() override;
@@ -164,12 +176,21 @@ public:
     bool isReceivingList() const { return m_inList; }
     QStringList autojoinChannels() const { return m_autojoin; }
 
+    void setReconnectPolicy(const ReconnectPolicy& policy) { m_reconnectPolicy = policy; }
+    ReconnectPolicy reconnectPolicy() const { return m_reconnectPolicy; }
+    // The keep-alive PING after intervalSec of silence; the link is given up
+    // timeoutSec after it when nothing answers.
+    void setKeepAlive(int intervalSec, int timeoutSec);
+    // Waiting to reconnect: the attempt that comes next (0: not waiting).
+    int pendingReconnectAttempt() const { return m_reconnectTimerActive ? m_reconnectAttempt : 0; }
+
     // --- What the user asks for ---
     // Connects to host:port with the record config (its autojoin list is kept)
     // and stores the record as the current server's.
     void connectTo(const QString& host, quint16 port, const ServerConfig& config);
     void disconnectFromServer();
-    // Drops the connection and connects again a second later to the port used.
+    // Connects again to the server and port last used: at once while
+    // disconnected, a second after dropping the link otherwise.
     void reconnect();
     // Keeps the autojoin list in the current record and stores it.
     void rememberServerRecord();
@@ -177,7 +198,6 @@ public:
     void sendNotice(const QString& target, const QString& text);
     void sendAction(const QString& target, const QString& text);
     void sendRaw(const QString& line);
-    void join(const QString& channel);
     void part(const QString& channel);
     void changeNick(const QString& nick);
     // Marks the user away (the channel and query buffers are told once the
@@ -200,7 +220,7 @@ public:
     // PART with a reason.
     void part(const QString& channel, const QString& reason);
     // JOIN of one or more channels ("#a,#b") with their keys ("k1,k2").
-    void join(const QString& channels, const QString& keys);
+    void join(const QString& channels, const QString& keys = QString());
     // Leaves the server, saying reason in the QUIT line.
     void quit(const QString& reason);
     // MODE target with the mode string and its parameters (none: the server
@@ -279,6 +299,8 @@ private:
     void onErrorReply(int numeric, const QString& subject, const QString& text);
     void watchQuery(const QString& nick);
     void onUnhandledLine(const QString& line);
+    void scheduleReconnect();
+    void reconnectNow();
     void onServerText(const QString& line);
     void setJoined(const QString& channel, bool joined);
     // Whether rows about channel are to be dropped: the user closed its
@@ -315,6 +337,13 @@ private:
     QString m_currentBuffer;
     QSet<QString> m_joined; // folded names of the channels the user is in
     QSet<QString> m_leaving; // folded names of channels closed while joined
+    QHash<QString, QString> m_channelKeys; // folded channel -> the key it was joined with
+    ReconnectPolicy m_reconnectPolicy;
+    QTimer* m_reconnectTimer = nullptr;
+    bool m_reconnectTimerActive = false;
+    int m_reconnectAttempt = 0; // attempts since the link was last up
+    bool m_userDisconnected = false; // the user ended the link: no reconnect
+    bool m_rejoinOnRegistration = false; // this connection continues the last one
     // When the recent queries were opened (monotonic milliseconds).
     QElapsedTimer m_clock;
     QList<qint64> m_queryOpenings;

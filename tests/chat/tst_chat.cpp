@@ -702,11 +702,14 @@ private slots:
     void inputRows()
     {
         say("#a", "x");
-        // Disconnected: nothing at all.
+        // Disconnected: nothing goes out, the line stays to be sent later.
         type("/j other");
-        type("/bogus");
-        QCOMPARE(view("#a")->rowCount(), 1);
-        QCOMPARE(w->inputLine->text(), QString());
+        QCOMPARE(w->inputLine->text(), QStringLiteral("/j other"));
+        type("hello");
+        QCOMPARE(view("#a")->rowCount(), 3);
+        QCOMPARE(lastMessage("#a"), QStringLiteral("*** Not connected."));
+        QCOMPARE(w->inputLine->text(), QStringLiteral("hello"));
+        w->inputLine->clear();
 
         QVERIFY(h->connect("me"));
         switchTo("Server");

@@ -350,7 +350,10 @@ private slots:
         h.peer.close();
         QTRY_VERIFY(!h.session->isConnected());
         QVERIFY(!h.session->isAway() && h.session->pendingNick().isEmpty());
-        QCOMPARE(h.lines("Server").last(), QStringLiteral("*** Disconnected."));
+        // The drop was not asked for: a reconnect is on its way.
+        QCOMPARE(h.lines("Server").mid(h.lines("Server").size() - 2, 1), QStringList { "*** Disconnected." });
+        QVERIFY(h.lines("Server").last().startsWith("*** Reconnecting in "));
+        QCOMPARE(h.session->pendingReconnectAttempt(), 1);
     }
 
     // Closing a channel leaves it; the server's echo of the part does not

@@ -236,10 +236,15 @@ private slots:
         QVERIFY(w->session()->watchedNicks().isEmpty());
         QCOMPARE(status()->text(), "Disconnected");
 
-        // Reconnect needs a connection to return to.
-        w->onReconnectTriggered();
+        // The user's Disconnect never reconnects by itself; Reconnect does,
+        // and the open channels are joined again.
         QTest::qWait(1200);
         QVERIFY(!w->session()->connection()->isConnected());
+        w->onReconnectTriggered();
+        QVERIFY(shows("#auto1", "*** Reconnected"));
+        QVERIFY(QTest::qWaitFor([this] { return w->session()->isJoined("#auto1"); }, kTimeout));
+        w->onDisconnectTriggered();
+        QVERIFY(QTest::qWaitFor([this] { return !w->session()->isConnected(); }, kTimeout));
     }
 
     void channelEventsAndRawEcho()
