@@ -198,8 +198,10 @@ void MainWindow::applyChatFont()
     const QFont font = currentChatFont();
     inputLine->setFont(font);
     for (const TabInfo& info : std::as_const(tabs)) {
-        if (info.chatView)
+        if (info.chatView) {
             info.chatView->setFont(font);
+            info.chatView->setTimestampFormat(prefs.timestampFormat);
+        }
     }
 }
 
