@@ -90,6 +90,8 @@ void MainWindow::updateStatusBar()
     if (!label) {
         label = new QLabel(bar);
         label->setObjectName(QStringLiteral("connectionStatus"));
+        // The host and nick come from the server: never markup.
+        label->setTextFormat(Qt::PlainText);
         bar->addPermanentWidget(label);
     }
     if (!m_session->isConnected()) {
