@@ -238,7 +238,8 @@ inline void checkTopicHtml(const QString& html, bool withLinks)
 {
     static const QLatin1String plainTags[]
         = { QLatin1String("<b>"), QLatin1String("</b>"), QLatin1String("<i>"), QLatin1String("</i>"),
-              QLatin1String("<u>"), QLatin1String("</u>"), QLatin1String("</span>") };
+              QLatin1String("<u>"), QLatin1String("</u>"), QLatin1String("<s>"), QLatin1String("</s>"),
+              QLatin1String("<tt>"), QLatin1String("</tt>"), QLatin1String("</span>") };
     static const QLatin1String entities[]
         = { QLatin1String("&lt;"), QLatin1String("&gt;"), QLatin1String("&amp;"), QLatin1String("&quot;") };
     const QStringView view(html);

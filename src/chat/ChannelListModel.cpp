@@ -1,5 +1,7 @@
 #include "ChannelListModel.h"
 
+#include "IrcText.h"
+
 #include <algorithm>
 
 namespace {
@@ -36,13 +38,14 @@ QVariant ChannelListModel::data(const QModelIndex& index, int role) const
         case 1:
             return channel.users;
         case 2:
-            return channel.topic;
+            return channel.shownTopic;
         }
         break;
     case Qt::ToolTipRole:
-        // Long topics are cut by the column; the tip shows them whole.
+        // Long topics are cut by the column; the tip shows them whole, with
+        // their formatting (escaped: a topic is never markup).
         if (index.column() == 2 && !channel.topic.isEmpty())
-            return channel.topic;
+            return QStringLiteral("<qt>") + IrcText::ircToHtml(channel.topic) + QStringLiteral("</qt>");
         break;
     case Qt::UserRole:
         if (index.column() == 1)
@@ -65,7 +68,7 @@ bool ChannelListModel::lessThan(const Channel& a, const Channel& b, int column)
     case 1:
         return a.userCount < b.userCount;
     case 2:
-        return a.topic.compare(b.topic, Qt::CaseInsensitive) < 0;
+        return a.shownTopic.compare(b.shownTopic, Qt::CaseInsensitive) < 0;
     default:
         return a.name.compare(b.name, Qt::CaseInsensitive) < 0;
     }
@@ -93,7 +96,7 @@ void ChannelListModel::sort(int column, Qt::SortOrder order)
     } else {
         QVector<QString> keys(m_channels.size());
         for (int i = 0; i < m_channels.size(); ++i)
-            keys[i] = (column == 0 ? m_channels.at(i).name : m_channels.at(i).topic).toCaseFolded();
+            keys[i] = (column == 0 ? m_channels.at(i).name : m_channels.at(i).shownTopic).toCaseFolded();
         const auto less = [&keys](int a, int b) { return keys.at(a) < keys.at(b); };
         if (order == Qt::AscendingOrder)
             std::stable_sort(m_order.begin(), m_order.end(), less);
@@ -132,7 +135,7 @@ void ChannelListModel::appendChannel(const QString& name, const QString& users, 
     const int row = int(m_shown.size());
     beginInsertRows(QModelIndex(), row, row);
     const int id = int(m_channels.size());
-    m_channels.append({ name, users, isNumber ? count : 0, topic });
+    m_channels.append({ name, users, isNumber ? count : 0, topic, IrcText::stripFormatting(topic) });
     m_order.append(id);
     // Shown until the filter text changes again.
     m_visible.append(true);
@@ -143,7 +146,7 @@ void ChannelListModel::appendChannel(const QString& name, const QString& users, 
 bool ChannelListModel::matches(const Channel& channel) const
 {
     return m_filter.isEmpty() || channel.name.contains(m_filter, Qt::CaseInsensitive)
-        || channel.topic.contains(m_filter, Qt::CaseInsensitive);
+        || channel.shownTopic.contains(m_filter, Qt::CaseInsensitive);
 }
 
 void ChannelListModel::setFilterText(const QString& text)

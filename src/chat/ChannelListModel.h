@@ -12,7 +12,8 @@
 // hundreds of thousands of channels, and per-item widgets or a generic proxy
 // are far too slow for a filter that runs on every keystroke):
 // - setFilterText() shows exactly the channels whose name or topic contains
-//   the text, case ignored (an empty text shows all). Channels that arrive
+//   the text, case ignored (an empty text shows all). Topics are shown,
+//   filtered and sorted without their formatting codes. Channels that arrive
 //   afterwards are shown whatever the text says, until the text changes.
 // - sort() orders the rows: by "Users" numerically (9 before 10), by any
 //   other column by text with case ignored. Rows arriving while the list is
@@ -28,6 +29,7 @@ public:
         QString users; // the user count as received
         int userCount = 0; // as a number, 0 when the text is not one
         QString topic; // as received, formatting codes included
+        QString shownTopic; // without formatting codes: shown, filtered and sorted by
     };
 
     explicit ChannelListModel(QObject* parent = nullptr);

@@ -14,6 +14,8 @@
 #include <QTimer>
 #include <QUrl>
 
+#include <QtMath>
+
 namespace {
 
 const QColor RuleColor(136, 136, 136);
@@ -27,6 +29,46 @@ constexpr int MaxNickPrefix = 15;
 
 // Laid-out rows kept for scrolling back and forth.
 constexpr int LayoutCacheRows = 600;
+
+// Space between the widest timestamp and the nick column.
+constexpr int TimestampGap = 6;
+
+// The bidi isolate around the nick and the message.
+constexpr char16_t FirstStrongIsolate = 0x2068;
+constexpr char16_t PopDirectionalIsolate = 0x2069;
+
+// A name as a row shows it: control characters visible, nothing that would
+// split the row, and no PDI without its own isolate before it (one would end
+// the isolate the nick is laid out in); such a PDI becomes a word joiner,
+// invisible as it was.
+QString shownName(const QString& name)
+{
+    QString shown = IrcText::singleBlockText(IrcText::visibleControls(name));
+    if (!shown.contains(QChar(PopDirectionalIsolate)))
+        return shown;
+    int depth = 0;
+    for (QChar& c : shown) {
+        const char16_t u = c.unicode();
+        if (u >= 0x2066 && u <= 0x2068)
+            ++depth;
+        else if (u == PopDirectionalIsolate && depth > 0)
+            --depth;
+        else if (u == PopDirectionalIsolate)
+            c = QChar(0x2060);
+    }
+    return shown;
+}
+
+// The length of the "-nick-" a notice row starts with, 0 when it has none.
+int noticePrefixLength(const QString& text)
+{
+    if (!text.startsWith(QLatin1Char('-')))
+        return 0;
+    const qsizetype end = text.indexOf(QLatin1String("- "), 1);
+    if (end < 2 || text.left(end).contains(QLatin1Char(' ')))
+        return 0;
+    return int(end) + 1;
+}
 
 QString displayNickFor(const QString& sender)
 {
@@ -74,7 +116,37 @@ void ChatView::setNickColumnVisible(bool visible)
 
 qreal ChatView::ruleX() const
 {
-    return Margin + TimestampColumnWidth + NickColumnWidth;
+    return Margin + timestampColumnWidth() + NickColumnWidth;
+}
+
+void ChatView::setTimestampFormat(const QString& format)
+{
+    if (format == m_timestampFormat)
+        return;
+    m_timestampFormat = format;
+    m_timestampWidth = -1;
+    invalidateLayouts();
+    updateScrollRange();
+}
+
+int ChatView::timestampColumnWidth() const
+{
+    if (m_timestampWidth < 0) {
+        // The widest the format gets over a day: every hour (AM and PM, one
+        // or two digits) with minutes and seconds of every digit width.
+        const QFontMetricsF metrics(font());
+        const QDate day(2024, 12, 28);
+        qreal widest = 0;
+        for (int hour = 0; hour < 24; ++hour) {
+            for (int minute : { 0, 11, 22, 33, 44, 55, 59 }) {
+                const QString text
+                    = QDateTime(day, QTime(hour, minute, minute, 888)).toString(m_timestampFormat);
+                widest = qMax(widest, metrics.horizontalAdvance(text));
+            }
+        }
+        m_timestampWidth = qCeil(widest) + ColumnPadding + TimestampGap;
+    }
+    return m_timestampWidth;
 }
 
 // --- Rows -------------------------------------------------------------------------
@@ -121,13 +193,25 @@ ChatView::RowContent ChatView::row(int index) const
         return content;
     const BufferLine line = m_lines.at(index);
     content.timestamp = IrcText::singleBlockText(m_stamps.at(m_stampOf.at(index)));
-    content.nick = m_nickColumn ? displayNickFor(IrcText::singleBlockText(line.sender)) : QString();
+    const bool action = line.is(BufferLine::Action);
+    const QString sender = shownName(line.sender);
+    content.sender = sender;
+    if (m_nickColumn)
+        content.nick = action ? QStringLiteral("*") : displayNickFor(sender);
     // A message written while away starts with its away note, right at the
-    // column start; other messages keep a space from the nick column.
+    // column start; other messages keep a space from the nick column. An
+    // action reads "nick text" ("* nick text" without a nick column).
     const bool noted = line.is(BufferLine::OwnAway) && !line.is(BufferLine::Status);
-    const QString text = m_nickColumn && !noted ? QLatin1Char(' ') + line.text : line.text;
-    content.links = IrcText::linkSegments(text);
-    content.message = IrcText::singleBlockText(text);
+    QString prefix = m_nickColumn && !noted ? QStringLiteral(" ") : QString();
+    if (action)
+        prefix = (m_nickColumn ? QStringLiteral(" ") : QStringLiteral("* ")) + sender + QLatin1Char(' ');
+    const IrcText::FormattedText formatted
+        = IrcText::formatMessage(line.text, palette().color(QPalette::Text), palette().color(QPalette::Base));
+    content.message = prefix + formatted.text;
+    content.formats = formatted.formats;
+    for (QTextLayout::FormatRange& r : content.formats)
+        r.start += int(prefix.size());
+    content.links = IrcText::linkSegments(content.message);
     content.flags = line.flags;
     return content;
 }
@@ -136,6 +220,8 @@ QString ChatView::rowPlainText(int index) const
 {
     const RowContent content = row(index);
     const QString message = content.message.trimmed();
+    if (content.flags & BufferLine::Action)
+        return QStringLiteral("%1 * %2").arg(content.timestamp, m_nickColumn ? message : message.mid(2));
     if (content.nick.isEmpty())
         return QStringLiteral("%1 %2").arg(content.timestamp, message);
     return QStringLiteral("%1 <%2> %3").arg(content.timestamp, content.nick, message);
@@ -143,7 +229,10 @@ QString ChatView::rowPlainText(int index) const
 
 QString ChatView::rowText(int index) const
 {
-    return index < 0 || index >= rowCount() ? QString() : layoutOf(index + 1)->text;
+    if (index < 0 || index >= rowCount())
+        return QString();
+    const Layout* layout = layoutOf(index + 1);
+    return layout->shownText(0, int(layout->text.size()));
 }
 
 QTextCharFormat ChatView::formatAt(int index, int position) const
@@ -151,7 +240,9 @@ QTextCharFormat ChatView::formatAt(int index, int position) const
     QTextCharFormat format;
     if (index < 0 || index >= rowCount())
         return format;
-    const QList<QTextLayout::FormatRange> ranges = layoutOf(index + 1)->layout.formats();
+    const Layout* layout = layoutOf(index + 1);
+    position = layout->toLayoutPosition(position);
+    const QList<QTextLayout::FormatRange> ranges = layout->layout.formats();
     for (const QTextLayout::FormatRange& r : ranges) {
         if (position >= r.start && position < r.start + r.length)
             format.merge(r.format);
@@ -159,7 +250,42 @@ QTextCharFormat ChatView::formatAt(int index, int position) const
     return format;
 }
 
+qreal ChatView::characterX(int index, int position) const
+{
+    if (index < 0 || index >= rowCount())
+        return 0;
+    const Layout* layout = layoutOf(index + 1);
+    const int at = layout->toLayoutPosition(position);
+    const QTextLine line = layout->layout.lineForTextPosition(at);
+    return line.isValid() ? Margin + line.cursorToX(at) : 0;
+}
+
 // --- Layout -----------------------------------------------------------------------
+
+int ChatView::Layout::toLayoutPosition(int shown) const
+{
+    int at = shown;
+    for (int i = 0; i < isolateCount; ++i) {
+        if (isolates[i] <= at)
+            ++at;
+    }
+    return at;
+}
+
+QString ChatView::Layout::shownText(int from, int to) const
+{
+    QString shown;
+    int pos = from;
+    for (int i = 0; i < isolateCount && pos < to; ++i) {
+        if (isolates[i] < pos)
+            continue;
+        shown += QStringView(text).mid(pos, qMin(isolates[i], to) - pos);
+        pos = isolates[i] + 1;
+    }
+    if (pos < to)
+        shown += QStringView(text).mid(pos, to - pos);
+    return shown;
+}
 
 qreal ChatView::textWidth() const
 {
@@ -171,14 +297,17 @@ QTextOption ChatView::textOption() const
     // Columns: the timestamp from the left edge; the nick right-aligned to
     // the end of the nick column; the message from the start of the last
     // column, where wrapped lines continue.
+    // The columns run left to right whatever the text's direction.
     QTextOption option;
     option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    option.setTextDirection(Qt::LeftToRight);
+    const int stamps = timestampColumnWidth();
     QList<QTextOption::Tab> tabs;
     if (m_nickColumn) {
-        tabs << QTextOption::Tab(TimestampColumnWidth + NickColumnWidth - ColumnPadding, QTextOption::RightTab);
-        tabs << QTextOption::Tab(TimestampColumnWidth + NickColumnWidth + ColumnPadding, QTextOption::LeftTab);
+        tabs << QTextOption::Tab(stamps + NickColumnWidth - ColumnPadding, QTextOption::RightTab);
+        tabs << QTextOption::Tab(stamps + NickColumnWidth + ColumnPadding, QTextOption::LeftTab);
     } else {
-        tabs << QTextOption::Tab(TimestampColumnWidth + ColumnPadding, QTextOption::LeftTab);
+        tabs << QTextOption::Tab(stamps + ColumnPadding, QTextOption::LeftTab);
     }
     option.setTabs(tabs);
     return option;
@@ -209,31 +338,78 @@ const ChatView::Layout* ChatView::layoutOf(int viewRow) const
         const RowContent content = row(viewRow - 1);
         const bool ownAway = content.flags & BufferLine::OwnAway;
         const bool grey = (content.flags & BufferLine::Status) || ownAway;
+        const int stamps = timestampColumnWidth();
+        const auto isolate = [layout](const QChar mark) {
+            layout->isolates[layout->isolateCount++] = int(layout->text.size());
+            layout->text += mark;
+        };
 
         QTextCharFormat greyFormat;
         greyFormat.setForeground(GreyText);
-        layout->text = content.timestamp + QLatin1Char('\t');
+        // A timestamp written in an earlier, wider format is cut to the column.
+        const QFontMetricsF metrics(font);
+        const qreal stampRoom = stamps - TimestampGap;
+        layout->text = metrics.horizontalAdvance(content.timestamp) > stampRoom
+            ? metrics.elidedText(content.timestamp, Qt::ElideRight, stampRoom)
+            : content.timestamp;
+        layout->text += QLatin1Char('\t');
         formats << range(0, int(layout->text.size()), greyFormat);
+        // The sender's colour is the one of the nick as its column shows it.
+        const QColor senderColor
+            = ownAway ? AwayNickColor : IrcText::nickColor(displayNickFor(content.sender));
         if (m_nickColumn) {
             QTextCharFormat nickFormat;
             nickFormat.setFontWeight(QFont::Bold);
-            if (!content.nick.isEmpty()) {
-                nickFormat.setForeground(ownAway ? AwayNickColor : IrcText::nickColor(content.nick));
+            QString nick = content.nick;
+            if (!nick.isEmpty()) {
+                nickFormat.setForeground(senderColor);
                 nickFormat.setFontItalic(ownAway);
+                // Nicks of wide characters are cut to the column as well.
+                QFont bold = font;
+                bold.setBold(true);
+                const QFontMetricsF nickMetrics(bold);
+                const qreal room = NickColumnWidth - 2 * ColumnPadding
+                    - nickMetrics.horizontalAdvance(QStringLiteral("  "));
+                if (nickMetrics.horizontalAdvance(nick) > room)
+                    nick = nickMetrics.elidedText(nick, Qt::ElideRight, room);
             }
-            layout->nickStart = int(layout->text.size());
-            layout->text += content.nick;
-            layout->nickEnd = int(layout->text.size());
+            const int nickStart = int(layout->text.size());
+            isolate(QChar(FirstStrongIsolate));
+            layout->text += nick;
+            isolate(QChar(PopDirectionalIsolate));
             layout->text += QStringLiteral("  \t");
-            formats << range(layout->nickStart, int(layout->text.size()) - layout->nickStart, nickFormat);
+            formats << range(nickStart, int(layout->text.size()) - nickStart, nickFormat);
         }
         layout->messageStart = int(layout->text.size());
+        isolate(QChar(FirstStrongIsolate));
+        const int messageStart = int(layout->text.size());
         layout->text += content.message;
+        isolate(QChar(PopDirectionalIsolate));
+        const int messageLength = int(content.message.size());
         if (grey)
-            formats << range(layout->messageStart, int(content.message.size()), greyFormat);
+            formats << range(messageStart, messageLength, greyFormat);
+        if (content.flags & BufferLine::Action) {
+            QTextCharFormat actionFormat;
+            actionFormat.setFontItalic(true);
+            actionFormat.setForeground(senderColor);
+            formats << range(messageStart, messageLength, actionFormat);
+        } else if ((content.flags & BufferLine::Notice) && !grey) {
+            const int leading = content.message.startsWith(QLatin1Char(' ')) ? 1 : 0;
+            const QString text = content.message.mid(leading);
+            if (const int length = noticePrefixLength(text)) {
+                QTextCharFormat noticeFormat;
+                noticeFormat.setFontWeight(QFont::Bold);
+                noticeFormat.setForeground(IrcText::nickColor(text.mid(1, length - 2)));
+                formats << range(messageStart + leading, length, noticeFormat);
+            }
+        }
+        for (QTextLayout::FormatRange r : content.formats) {
+            r.start += messageStart;
+            formats << r;
+        }
         for (IrcText::LinkSegment link : content.links) {
-            link.start += layout->messageStart;
-            link.end += layout->messageStart;
+            link.start += messageStart;
+            link.end += messageStart;
             formats << range(link.start, link.end - link.start, IrcText::linkFormat(QTextCharFormat(), link.href));
             layout->links << link;
         }
@@ -245,8 +421,8 @@ const ChatView::Layout* ChatView::layoutOf(int viewRow) const
 
     // The first line starts at the left edge; wrapped lines continue in the
     // message column.
-    const qreal messageX = m_nickColumn ? TimestampColumnWidth + NickColumnWidth + ColumnPadding
-                                        : TimestampColumnWidth + ColumnPadding;
+    const qreal messageX = m_nickColumn ? timestampColumnWidth() + NickColumnWidth + ColumnPadding
+                                        : timestampColumnWidth() + ColumnPadding;
     const qreal leading = QFontMetricsF(font).leading();
     qreal y = 0;
     layout->layout.beginLayout();
@@ -405,7 +581,9 @@ void ChatView::resizeEvent(QResizeEvent* event)
 void ChatView::changeEvent(QEvent* event)
 {
     QAbstractScrollArea::changeEvent(event);
-    if (event->type() == QEvent::FontChange || event->type() == QEvent::StyleChange) {
+    if (event->type() == QEvent::FontChange || event->type() == QEvent::StyleChange
+        || event->type() == QEvent::PaletteChange) {
+        m_timestampWidth = -1;
         invalidateLayouts();
         updateScrollRange();
     }
@@ -540,7 +718,7 @@ QString ChatView::selectedText() const
     if (from.row == to.row && from.row > 0) {
         const Layout* layout = layoutOf(from.row);
         if (from.pos >= layout->messageStart)
-            return layout->text.mid(from.pos, to.pos - from.pos);
+            return layout->shownText(from.pos, to.pos);
     }
     QStringList rows;
     for (int r = qMax(1, from.row); r <= to.row; ++r)

@@ -29,9 +29,9 @@ class ChatView : public QAbstractScrollArea
     Q_OBJECT
 
 public:
-    // Column widths in pixels.
-    static constexpr int TimestampColumnWidth = 85;
-    static constexpr int NickColumnWidth = 120;
+    // Width of the nick column in pixels; the timestamp column is as wide as
+    // the timestamp format needs (timestampColumnWidth()).
+    static constexpr int NickColumnWidth = 140;
     // Space kept between a column's text and the column border.
     static constexpr int ColumnPadding = 2;
     // Space around the rows.
@@ -47,10 +47,23 @@ public:
     void setNickColumnVisible(bool visible);
     bool isNickColumnVisible() const { return m_nickColumn; }
 
+    // The format the timestamps are written in (QDateTime::toString); the
+    // timestamp column fits its widest time in the view's font.
+    void setTimestampFormat(const QString& format);
+    QString timestampFormat() const { return m_timestampFormat; }
+    int timestampColumnWidth() const;
+
     // Appends one row of a buffer: the timestamp, the sender in its colour
     // (grey and italic for the user's own rows while away) and the text with
-    // its links; grey for status rows. Without the nick column the sender is
-    // not shown.
+    // its IRC formatting and links; grey for status rows. Without the nick
+    // column the sender is not shown. An action shows "*" in the nick column
+    // and "nick text" in italics in the nick's colour; a notice's "-nick-"
+    // is bold in that nick's colour.
+    //
+    // The nick and the message are each laid out as a bidi isolate, so
+    // right-to-left text or direction overrides in one cannot reorder the
+    // other columns. Control characters that are no formatting codes show as
+    // their control pictures (U+2400 + code).
     void appendLine(const QString& timestamp, const BufferLine& line);
     // Removes the oldest rows until at most `rows` remain (0: no limit).
     void trimTo(qsizetype rows);
@@ -60,23 +73,31 @@ public:
     int rowCount() const { return int(m_lines.size()); }
 
     // What a row shows: the timestamp, the nick as shown in the nick column,
-    // the message column's text and the row's flags (BufferLine::Flag).
+    // the message column's text (formatting codes read) and the row's flags
+    // (BufferLine::Flag).
     struct RowContent
     {
         QString timestamp;
         QString nick;
         QString message;
+        QString sender; // in full, control characters visible
         quint8 flags = 0;
         QList<IrcText::LinkSegment> links; // indexes into message
+        QList<QTextLayout::FormatRange> formats; // of the message, indexes into message
     };
     RowContent row(int index) const;
-    // The row as plain text: "[time] <nick> text" ("[time] text" without a nick).
+    // The row as plain text: "[time] <nick> text" ("[time] text" without a
+    // nick, "[time] * nick text" for an action).
     QString rowPlainText(int index) const;
     // The row as laid out: timestamp, tab, nick, two spaces and a tab, message
     // (without a nick column: timestamp, tab, message), and the format its
-    // character at position is drawn with.
+    // character at position is drawn with. Positions leave out the bidi
+    // isolates around the nick and the message.
     QString rowText(int index) const;
     QTextCharFormat formatAt(int index, int position) const;
+    // Where the character at position of rowText(index) starts (its leading
+    // edge), in viewport coordinates from the left edge.
+    qreal characterX(int index, int position) const;
 
     // Explicit batches; they nest. No update of the view happens between the
     // outermost begin and end; the end schedules one.
@@ -125,12 +146,20 @@ private:
     struct Layout
     {
         QTextLayout layout;
-        QString text; // what is laid out: timestamp, tab, nick, tab, message
-        int messageStart = 0; // index of the message column in text
-        int nickStart = 0;
-        int nickEnd = 0;
+        // What is laid out: timestamp, tab, nick, two spaces, tab, message;
+        // the nick and the message each between FSI and PDI.
+        QString text;
+        int messageStart = 0; // index of the message column (its FSI) in text
         QList<IrcText::LinkSegment> links; // indexes into text
         qreal height = 0;
+        // Indexes of the isolate marks in text, ascending.
+        int isolates[4] = {};
+        int isolateCount = 0;
+
+        // An index of the text without the isolate marks, as one into text.
+        int toLayoutPosition(int shown) const;
+        // text[from, to) without the isolate marks.
+        QString shownText(int from, int to) const;
     };
     // A place in the view: a view row and a position in its laid-out text.
     struct Position
@@ -177,6 +206,8 @@ private:
     mutable QCache<int, Layout> m_layouts;
     mutable qreal m_layoutWidth = -1;
     bool m_nickColumn = true;
+    QString m_timestampFormat = QStringLiteral("[HH:mm:ss]");
+    mutable int m_timestampWidth = -1; // -1: measured when next needed
 
     // Scrolling: the view shows the last row (and keeps doing so), or shows
     // m_topRow at its top.

@@ -15,6 +15,7 @@
 #include <QList>
 #include <QString>
 #include <QTextCharFormat>
+#include <QTextLayout>
 
 class QTextCursor;
 
@@ -36,14 +37,12 @@ struct LinkSegment
     bool operator!=(const LinkSegment& other) const { return !(*this == other); }
 };
 
-// The colour span currently open while converting IRC codes (-1 = none).
-struct ColorState
+// A chat message with its IRC formatting codes read: the text as shown and
+// the formats of its runs (indexes into text).
+struct FormattedText
 {
-    int fg = -1;
-    int bg = -1;
-
-    bool isOpen() const { return fg != -1 || bg != -1; }
-    bool operator==(const ColorState& other) const { return fg == other.fg && bg == other.bg; }
+    QString text;
+    QList<QTextLayout::FormatRange> formats;
 };
 
 // Colour of the nick column for an empty sender.
@@ -57,6 +56,9 @@ QColor nickColor(const QString& nick);
 const QList<QColor>& ircColorTable();
 // Table colour for a code; codes outside 0..15 are clamped into the table.
 QColor ircColor(int code);
+// Colour of a colour code as sent: 0..15 from the table above, 16..98 the
+// extended colours; invalid for 99 (the default colour) and anything else.
+QColor ircCodeColor(int code);
 
 // Link colour in chat rows ("#007AFF").
 QColor linkColor();
@@ -79,12 +81,30 @@ QString singleBlockText(const QString& text);
 void insertMessageWithLinks(QTextCursor& cursor, const QString& text,
                             const QTextCharFormat& baseFmt);
 
-// HTML for a text with IRC formatting codes (bold 0x02, italic 0x1D,
-// underline 0x1F, colour 0x03); all other text is HTML-escaped.
+// The formatting codes: bold 0x02, colour 0x03 (foreground and background,
+// one or two digits each), hex colour 0x04 (RRGGBB[,RRGGBB]), reset 0x0F,
+// monospace 0x11, reverse 0x16, italic 0x1D, strikethrough 0x1E and
+// underline 0x1F. Other control characters (C0 and DEL) are shown as their
+// control pictures (U+2400 + code, DEL as U+2421); tabs and line breaks
+// become spaces.
+
+// A message as a chat row shows it. Reverse video without colours swaps
+// text and base. Returns the text itself (no copy, no formats) when it holds
+// no control character.
+FormattedText formatMessage(
+    const QString& ircText, const QColor& text = Qt::black, const QColor& base = Qt::white);
+// The text without formatting codes (formatMessage(ircText).text).
+QString stripFormatting(const QString& ircText);
+// Every control character (C0, DEL) as its control picture, tabs and line
+// breaks included: for names, which have no formatting.
+QString visibleControls(const QString& text);
+
+// HTML for a text with IRC formatting codes, tags properly nested; all other
+// text is HTML-escaped.
 QString ircToHtml(const QString& ircText);
 
 // The HTML with web and e-mail addresses wrapped in anchors. Addresses
-// inside tags or directly after ">" are left alone; an e-mail address gets
+// inside tags or inside an anchor's text are left alone; an e-mail address gets
 // itself as href (no "mailto:").
 QString linkifyHtml(const QString& html);
 

@@ -122,6 +122,7 @@ void MainWindow::createListTab()
     layout->setContentsMargins(0, 0, 0, 0);
 
     listInfoLabel = new QLabel(QStringLiteral("Server: loading..."), page);
+    listInfoLabel->setTextFormat(Qt::PlainText); // shows the server's name
     listInfoLabel->setStyleSheet(QStringLiteral("font-weight: bold; padding: 4px;"));
     layout->addWidget(listInfoLabel);
 

@@ -90,6 +90,8 @@ void MainWindow::updateStatusBar()
     if (!label) {
         label = new QLabel(bar);
         label->setObjectName(QStringLiteral("connectionStatus"));
+        // The host and nick come from the server: never markup.
+        label->setTextFormat(Qt::PlainText);
         bar->addPermanentWidget(label);
     }
     if (!m_session->isConnected()) {
@@ -217,8 +219,10 @@ void MainWindow::applyChatFont()
     inputLine->setStyleSheet(
         QStringLiteral("QLineEdit { padding: 4px 8px; font-family: \"%1\"; font-size: %2; }").arg(family, size));
     for (const TabInfo& info : std::as_const(tabs)) {
-        if (info.chatView)
+        if (info.chatView) {
             info.chatView->setFont(font);
+            info.chatView->setTimestampFormat(prefs.timestampFormat);
+        }
     }
 }
 

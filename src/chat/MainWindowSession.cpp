@@ -188,6 +188,7 @@ void MainWindow::onLineAdded(const QString& buffer, const BufferLine& line)
         view->beginBatch();
         m_batchViews.append(view);
     }
+    view->setTimestampFormat(prefs.timestampFormat);
     view->appendLine(timestampText(line.time), line);
     if (prefs.scrollbackLines > 0) {
         view->trimTo(prefs.scrollbackLines);

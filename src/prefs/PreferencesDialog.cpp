@@ -314,9 +314,10 @@ void PreferencesDialog::saveAndApply()
     const QString theme = themeCombo->currentData().toString();
     ChatPreferences& prefs = m_host->chatPreferences();
     m_host->applyTheme(theme);
+    prefs.timestampFormat = tsCombo->currentText();
+    // The font and the timestamp format size the chat views' columns.
     m_host->applyChatFont();
 
-    prefs.timestampFormat = tsCombo->currentText();
     prefs.emojiSize = emojiSpin->value();
     prefs.scrollbackLines = scrollbackSpin->value();
     prefs.logEnabled = logCheck->isChecked();

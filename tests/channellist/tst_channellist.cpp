@@ -81,6 +81,7 @@ private slots:
         QTest::newRow("case ignored") << "LINUX" << QStringList { "#Linux" };
         QTest::newRow("user count is not searched") << "42" << QStringList {};
         QTest::newRow("no wildcard syntax") << "#*" << QStringList {};
+        QTest::newRow("topics without formatting codes") << "online g" << QStringList { "#games" };
     }
 
     void filterMatchesNameOrTopic()
@@ -89,8 +90,11 @@ private slots:
         QFETCH(QStringList, shown);
         ChannelListModel model;
         model.appendChannel("#Linux", "42", "the kernel");
-        model.appendChannel("#games", "7", "Online games");
+        model.appendChannel("#games", "7",
+            "\x02On\x02line \x03"
+            "04games");
         model.appendChannel("#x", "420", "nothing");
+        QCOMPARE(model.data(model.index(1, 2)).toString(), QStringLiteral("Online games"));
         model.setFilterText(filter);
         QCOMPARE(names(model), shown);
         QCOMPARE(model.channelCount(), 3);

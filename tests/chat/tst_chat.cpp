@@ -461,8 +461,7 @@ private slots:
         const QString markup
             = QStringLiteral("<b>bold</b> <a href=\"javascript:x\">x</a> &amp; <img src=x> %1 %L1");
         addRow("markup and placeholders", markup, "<i>%1</i>", " " + markup);
-        addRow("control characters", "a\u0002b\u00034,5c\u000fd\u0016e", "ctl",
-            " a\u0002b\u00034,5c\u000fd\u0016e");
+        addRow("control characters shown", "a\u0001b\u0007c\u007fd", "ctl", " a\u2401b\u2407c\u2421d");
         addRow("line breaks and tabs", QStringLiteral("one\ntwo\rthree\u2029four\u2028five\tsix"), "n\nick",
             " one two three four five six");
     }

@@ -174,22 +174,40 @@ private slots:
             { "colour closed before tags", B + C + "4x", "<b>" + span(red, "x") + "</b>" },
             { "two digits", C + "04red", span(red, "red") },
             { "zero is white", C + "0x", span("color:#ffffff;", "x") },
-            { "a thousand digits clamp to 15", C + QString(1000, '9') + "x", span("color:#c0c0c0;", "x") },
+            { "two digits at most, 99 is the default", C + QString(1000, '9') + "x",
+                QString(998, '9') + "x" },
+            { "a digit after two is text", C + "032024", span("color:#008000;", "2024") },
+            { "a third digit after one is text", C + "2" + "2024", span("color:#004747;", "024") },
+            { "extended colours", C + "52,88x", span("color:#ff0000;background-color:#000000;", "x") },
             { "foreground and background", C + "4,2x", onSame("#ff0000", "#000080") },
             { "same dark colour: white text", C + "4,4x", onSame("#ffffff", "#ff0000") },
             { "same light colour: black text", C + "8,8x", onSame("#000000", "#ffff00") },
             { "same grey 128: black text", C + "14,14x", onSame("#000000", "#808080") },
-            { "clamped to the same colour", C + "15,99x", onSame("#000000", "#c0c0c0") },
+            { "99 background is the default", C + "15,99x", span("color:#c0c0c0;", "x") },
+            { "background kept by a new foreground", C + "4,2a" + C + "3b",
+                onSame("#ff0000", "#000080").replace("x", "a")
+                    + onSame("#008000", "#000080").replace("x", "b") },
             { "comma without digit is consumed", C + "4,x", span(red, "x") },
-            { "comma at the end", C + "4,", span(red, "") },
+            { "no empty tags", C + "4," + B + B, "" },
             { "bare code closes, comma stays text", C + "4a" + C + ",5x", span(red, "a") + ",5x" },
             { "new colour replaces old", C + "4a" + C + "5b", span(red, "a") + span("color:#800000;", "b") },
             { "code at the end", "x" + C, "x" },
             { "only ascii digits count", C + "\u0663x", "\u0663x" },
             { "escaping, entities too", "<b>&\"x\"</b>&lt;",
                 "&lt;b&gt;&amp;&quot;x&quot;&lt;/b&gt;&amp;lt;" },
-            { "other control codes copied", ctl(0x0F) + "r" + ctl(0x16) + "v" + ctl(0x1E) + ctl(0x01),
-                ctl(0x0F) + "r" + ctl(0x16) + "v" + ctl(0x1E) + ctl(0x01) },
+            { "reset closes everything", B + I + C + "4a" + ctl(0x0F) + "b",
+                "<b><i>" + span(red, "a") + "</i></b>b" },
+            { "tags closed out of order still nest", B + "a" + I + "b" + B + "c" + I,
+                "<b>a<i>b</i></b><i>c</i>" },
+            { "reverse without colours", ctl(0x16) + "v",
+                span("color:#ffffff;background-color:#000000;", "v") },
+            { "reverse swaps colours", C + "4,2" + ctl(0x16) + "x", onSame("#000080", "#ff0000") },
+            { "strikethrough and monospace", ctl(0x1E) + "s" + ctl(0x1E) + ctl(0x11) + "m",
+                "<s>s</s><tt>m</tt>" },
+            { "hex colour", ctl(0x04) + "FF8000,000000x" + ctl(0x04) + "zz",
+                onSame("#ff8000", "#000000") + "zz" },
+            { "other controls shown, breaks as spaces", "a" + ctl(0x01) + ctl(0x7F) + "\n" + ctl(0x00),
+                "a\u2401\u2421 \u2400" },
         });
     }
 
@@ -198,6 +216,50 @@ private slots:
         QFETCH(QString, input);
         QFETCH(QString, expected);
         QCOMPARE(IrcText::ircToHtml(input), expected);
+    }
+
+    // Chat rows: the text shown and its formatted runs ("start+length" and
+    // b, i, u, s, m (monospace), fg, bg).
+    void formatMessage_data()
+    {
+        addTextRows({
+            { "plain", "hello", "hello" },
+            { "colour", C + "04red" + C + " x", "red x | 0+3 fg#ff0000" },
+            { "bold, italic", B + "bold" + B + " " + I + "it" + I, "bold it | 0+4 b | 5+2 i" },
+            { "reset", U + "u" + ctl(0x1E) + "s" + ctl(0x0F) + "n", "usn | 0+1 u | 1+1 u s" },
+            { "colours", C + "4,2x" + C + "y", "xy | 0+1 fg#ff0000 bg#000080" },
+            { "reverse", ctl(0x16) + "r", "r | 0+1 fg#ffffff bg#000000" },
+            { "monospace", ctl(0x11) + "m", "m | 0+1 m" },
+            { "hex colour", ctl(0x04) + "123456x", "x | 0+1 fg#123456" },
+            { "digit after the colour", C + "032024", "2024 | 0+4 fg#008000" },
+            { "controls shown", "a" + ctl(0x00) + "b" + ctl(0x07) + "c" + ctl(0x7F),
+                "a\u2400b\u2407c\u2421" },
+            { "breaks and tabs", "a\tb\nc\u2029d", "a b c d" },
+        });
+    }
+
+    void formatMessage()
+    {
+        QFETCH(QString, input);
+        QFETCH(QString, expected);
+        const IrcText::FormattedText formatted = IrcText::formatMessage(input);
+        QStringList shown { formatted.text };
+        for (const QTextLayout::FormatRange& r : formatted.formats) {
+            QString run = QStringLiteral("%1+%2").arg(r.start).arg(r.length);
+            const QTextCharFormat& f = r.format;
+            const QList<std::pair<bool, const char*>> flags { { f.fontWeight() == QFont::Bold, "b" },
+                { f.fontItalic(), "i" }, { f.fontUnderline(), "u" }, { f.fontStrikeOut(), "s" },
+                { f.hasProperty(QTextFormat::FontFamilies), "m" } };
+            for (const auto& [on, name] : flags)
+                run += on ? QLatin1Char(' ') + QLatin1String(name) : QString();
+            if (f.hasProperty(QTextFormat::ForegroundBrush))
+                run += " fg" + f.foreground().color().name();
+            if (f.hasProperty(QTextFormat::BackgroundBrush))
+                run += " bg" + f.background().color().name();
+            shown << run;
+        }
+        QCOMPARE(shown.join(" | "), expected);
+        QCOMPARE(IrcText::stripFormatting(input), formatted.text);
     }
 
     // ---- links in topic HTML ------------------------------------------
@@ -212,7 +274,9 @@ private slots:
             { "e-mail inside a tag is skipped", "<i title=\"bob@example.org\">x</i> c@d.com",
                 "<i title=\"bob@example.org\">x</i> " + a("c@d.com") },
             { "after a closed tag is linked", "<b>x</b> http://a.com", "<b>x</b> " + a("http://a.com") },
-            { "directly after > is left", "<b>http://a.com</b>", "<b>http://a.com</b>" },
+            { "in formatting is linked", "<b>http://a.com</b>", "<b>" + a("http://a.com") + "</b>" },
+            { "an anchor's text is left", "<A href=\"x\">http://a.com</a> c@d.com",
+                "<A href=\"x\">http://a.com</a> " + a("c@d.com") },
             { "address ends where a tag begins", "x http://a.com<b>y</b>",
                 "x " + a("http://a.com") + "<b>y</b>" },
             { "scheme alone before a tag", "http://<b>x</b>", "http://<b>x</b>" },

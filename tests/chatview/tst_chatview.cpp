@@ -7,6 +7,7 @@
 
 #include <QClipboard>
 #include <QContextMenuEvent>
+#include <QDateTime>
 #include <QDesktopServices>
 #include <QMenu>
 #include <QMouseEvent>
@@ -59,7 +60,8 @@ private:
     int firstRowY() const { return ChatView::Margin + QFontMetrics(view->font()).lineSpacing(); }
     int messageX() const
     {
-        return ChatView::Margin + ChatView::TimestampColumnWidth + ChatView::NickColumnWidth + ChatView::ColumnPadding;
+        return ChatView::Margin + view->timestampColumnWidth() + ChatView::NickColumnWidth
+            + ChatView::ColumnPadding;
     }
 
 private slots:
@@ -82,15 +84,41 @@ private slots:
         QTest::addColumn<int>("flags");
         QTest::addColumn<QString>("laidOut");
         QTest::addColumn<QString>("plain");
-        QTest::newRow("message") << true << "alice" << "hi there" << 0 << "[t]\talice  \t hi there"
-                                 << "[t] <alice> hi there";
-        QTest::newRow("server row") << false << "" << "*** Connected" << 0 << "[t]\t*** Connected"
-                                    << "[t] *** Connected";
-        QTest::newRow("away note, no space") << true << "me" << "[Away: x] hi"
-                                             << int(BufferLine::Own | BufferLine::OwnAway)
-                                             << "[t]\tme  \t[Away: x] hi" << "[t] <me> [Away: x] hi";
-        QTest::newRow("line breaks neutralised") << true << "bob" << "a\nb\tc" << 0 << "[t]\tbob  \t a b c"
-                                                 << "[t] <bob> a b c";
+        QTest::addColumn<QStringList>("links");
+        const auto add
+            = [](const char* name, bool nickColumn, const QString& sender, const QString& text, int flags,
+                  const QString& laidOut, const QString& plain, const QStringList& links = {}) {
+                  QTest::newRow(name) << nickColumn << sender << text << flags << laidOut << plain << links;
+              };
+        add("message", true, "alice", "hi there", 0, "[t]\talice  \t hi there", "[t] <alice> hi there");
+        add("server row", false, "", "*** Connected", 0, "[t]\t*** Connected", "[t] *** Connected");
+        add("away note, no space", true, "me", "[Away: x] hi", BufferLine::Own | BufferLine::OwnAway,
+            "[t]\tme  \t[Away: x] hi", "[t] <me> [Away: x] hi");
+        add("line breaks neutralised", true, "bob", "a\nb\tc", 0, "[t]\tbob  \t a b c", "[t] <bob> a b c");
+        add("formatting codes read", true, "bob",
+            "\x03"
+            "04red\x03 and \x02"
+            "bold\x0f.",
+            0, "[t]\tbob  \t red and bold.", "[t] <bob> red and bold.");
+        add("link in formatted text", true, "bob", "see \x1fhttps://a.org/x\x1f ok", 0,
+            "[t]\tbob  \t see https://a.org/x ok", "[t] <bob> see https://a.org/x ok", { "https://a.org/x" });
+        add("action", true, "alice", "waves", BufferLine::Action, "[t]\t*  \t alice waves",
+            "[t] * alice waves");
+        add("action without nick column", false, "alice", "waves", BufferLine::Action, "[t]\t* alice waves",
+            "[t] * alice waves");
+        add("notice", true, "", "-bob- hi", BufferLine::Notice, "[t]\t  \t -bob- hi", "[t] -bob- hi");
+        add("controls shown", true, QString("mal") + QChar(0) + "lory",
+            "a\x01"
+            "b\x7f",
+            0, "[t]\tmal\u2400lory  \t a\u2401b\u2421", "[t] <mal\u2400lory> a\u2401b\u2421");
+        add("overrides kept as text", true,
+            "\u202e"
+            "evil",
+            "x\u202ey", 0,
+            "[t]\t\u202e"
+            "evil  \t x\u202ey",
+            "[t] <\u202e"
+            "evil> x\u202ey");
     }
 
     void rows()
@@ -104,6 +132,91 @@ private slots:
         QCOMPARE(view->rowCount(), 1);
         QTEST(view->rowText(0), "laidOut");
         QTEST(view->rowPlainText(0), "plain");
+        QStringList hrefs;
+        for (const IrcText::LinkSegment& link : view->row(0).links)
+            hrefs << link.href;
+        QTEST(hrefs, "links");
+    }
+
+    // Right-to-left text and direction overrides stay in their column: the
+    // timestamp at the left edge, the nick left of the rule, the message
+    // right of it, and a message's last letters in the order they read.
+    void bidi_data()
+    {
+        QTest::addColumn<QString>("sender");
+        QTest::addColumn<QString>("text"); // ends in "abc"
+        QTest::addColumn<bool>("reversed"); // "abc" drawn right to left
+        QTest::newRow("plain") << "bob"
+                               << "abc" << false;
+        QTest::newRow("override in the nick") << "\u202e"
+                                                 "evil"
+                                              << "abc" << false;
+        QTest::newRow("isolate closed in the nick") << "a\u2069\u202e"
+                                                       "b"
+                                                    << "abc" << false;
+        QTest::newRow("right-to-left nick and message") << "\u05d0\u05d1\u05d2"
+                                                        << "\u05d3\u05d4 abc" << false;
+        QTest::newRow("override in the message") << "bob"
+                                                 << "\u202e"
+                                                    "abc"
+                                                 << true;
+    }
+
+    void bidi()
+    {
+        QFETCH(QString, sender);
+        QFETCH(QString, text);
+        QFETCH(bool, reversed);
+        view->appendLine(QStringLiteral("[12:00:00]"), line(sender, text));
+        view->flushBatch();
+        const QString shown = view->rowText(0);
+        const int nickStart = int(shown.indexOf(QLatin1Char('\t'))) + 1;
+        const int messageStart = int(shown.lastIndexOf(QLatin1Char('\t'))) + 1;
+        QCOMPARE(view->characterX(0, 0), qreal(ChatView::Margin));
+        for (int i = nickStart; i < messageStart - 3; ++i) {
+            const qreal x = view->characterX(0, i);
+            QVERIFY2(x >= ChatView::Margin + view->timestampColumnWidth() && x <= view->ruleX(),
+                qPrintable(QString::number(i)));
+        }
+        for (int i = messageStart; i < shown.size(); ++i)
+            QVERIFY2(view->characterX(0, i) >= messageX() - 1, qPrintable(QString::number(i)));
+        // (The edge of "a" lies where its run meets the one before: "b" and
+        // "c" tell the order.)
+        const int b = int(shown.size()) - 2;
+        QCOMPARE(view->characterX(0, b) > view->characterX(0, b + 1), reversed);
+    }
+
+    // The timestamp column fits every timestamp format; a nick too wide for
+    // its column is cut: no column runs into the next.
+    void columns_data()
+    {
+        QTest::addColumn<QString>("format");
+        QTest::addColumn<QString>("sender");
+        for (const char* format : { "[HH:mm:ss]", "[hh:mm:ss AP]", "[HH:mm]", "hh:mm" }) {
+            QTest::addRow("%s, short nick", format) << format << "al";
+            QTest::addRow("%s, wide nick", format) << format << "WWWWWWWWWWWWWWW";
+        }
+    }
+
+    void columns()
+    {
+        QFETCH(QString, format);
+        QFETCH(QString, sender);
+        view->setTimestampFormat(format);
+        for (const QTime time : { QTime(10, 58, 58), QTime(22, 8, 0) })
+            view->appendLine(QDateTime(QDate(2024, 12, 28), time).toString(format), line(sender, "hi"));
+        view->flushBatch();
+        for (int row = 0; row < view->rowCount(); ++row) {
+            const QString shown = view->rowText(row);
+            const int nickStart = int(shown.indexOf(QLatin1Char('\t'))) + 1;
+            const int nickEnd = int(shown.indexOf(QStringLiteral("  \t")));
+            const qreal stampsEnd = ChatView::Margin + view->timestampColumnWidth();
+            QVERIFY(view->characterX(row, nickStart - 1) < stampsEnd - ChatView::ColumnPadding);
+            QVERIFY(view->characterX(row, nickStart) >= stampsEnd);
+            QVERIFY(view->characterX(row, nickEnd) <= view->ruleX() - ChatView::ColumnPadding);
+            QVERIFY(view->characterX(row, nickEnd + 3) >= view->ruleX());
+        }
+        QVERIFY(view->rowText(0).contains(sender) == (sender.size() < 5));
     }
 
     // Selecting: a double click takes a word, Select All every row; Ctrl+C
