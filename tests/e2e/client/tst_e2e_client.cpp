@@ -339,6 +339,9 @@ private slots:
             { "NOTICE ircme :psst", "#t18", "-dave- psst" }, // no conversation open: the current tab
             { "NOTICE #t18 :to all", "#t18", "-dave- to all" },
             { "PRIVMSG ircme :\x01VERSION\x01", "Server", "*** CTCP VERSION from dave" },
+            { "PRIVMSG #t18 :\x01" "ACTION waves\x01", "#t18", "<*> dave waves" },
+            { "PRIVMSG #t18 :\x02" "bold\x02 \x03" "04red\x03 \x1Fplain", "#t18", "<dave> bold red plain" },
+            { "PRIVMSG #t18 :left \u202Eright", "#t18", "<dave> left \u202Eright" },
             { "TOPIC #t18 :a new topic", "#t18", "<dave> changed the topic to a new topic" },
             { "MODE #t18 +o ircme", "#t18", "<dave> gives channel operator status to ircme" },
             { "MODE #t18 +v-o ircme ircme", "#t18", "<dave> removes channel operator status from ircme" },

@@ -184,6 +184,45 @@ private slots:
         QVERIFY(session->isConnected());
     }
 
+    // The server goes away and comes back on the same port: the session
+    // reconnects after the set delay, joins both channels again and says so
+    // in each; the user's own Disconnect is never undone.
+    void reconnectAndRejoin()
+    {
+        InspircdServer server;
+        QVERIFY2(server.start(), qPrintable(server.errorString()));
+        auto session = connectAs(server.port(), "rejoiner");
+        session->setReconnectPolicy({ true, 1, 0 });
+        QVERIFY(QTest::qWaitFor([&] { return session->isRegistered(); }, kTimeout));
+        session->join("#r1");
+        session->join("#r2", "sekrit");
+        QVERIFY(QTest::qWaitFor([&] { return session->isJoined("#r1") && session->isJoined("#r2"); }, kTimeout));
+
+        const quint16 port = server.port();
+        server.stop();
+        QVERIFY(QTest::qWaitFor([&] { return !session->isConnected(); }, kTimeout));
+        QVERIFY(shows(session.get(), Session::ServerBuffer, "*** Reconnecting in 1 s (attempt 1)..."));
+        server.setFirstPorts(port, 0);
+        QVERIFY2(server.start(), qPrintable(server.errorString()));
+        QCOMPARE(server.port(), port);
+        QVERIFY(QTest::qWaitFor([&] { return session->isJoined("#r1") && session->isJoined("#r2"); }, 30000));
+        QVERIFY(shows(session.get(), "#r1", "*** Reconnected"));
+        QVERIFY(shows(session.get(), "#r2", "*** Reconnected"));
+        RawIrcClient peer("peer");
+        peer.connectToServer(server.host(), server.port());
+        QVERIFY(peer.waitForRegistered());
+        for (const QString channel : { "#r1", "#r2" }) {
+            peer.sendLine("NAMES " + channel);
+            QVERIFY(!peer.waitForLine(" 353 peer . " + channel + " :.*rejoiner").isEmpty());
+        }
+
+        session->disconnectFromServer();
+        QVERIFY(QTest::qWaitFor([&] { return !session->isConnected(); }, kTimeout));
+        QTest::qWait(2500);
+        QVERIFY(!session->isConnected());
+        QCOMPARE(session->pendingReconnectAttempt(), 0);
+    }
+
     // InspIRCd with its stock flood limits: an empty real name registers, a
     // 2,000-character message arrives whole, and 30 pasted lines arrive in
     // order at the default pace without the server closing the link.
