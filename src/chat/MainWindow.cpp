@@ -109,7 +109,7 @@ void MainWindow::setupUI()
     splitter->addWidget(userList);
 
     connect(tabBar, &QTabBar::tabBarDoubleClicked, this, [this](int index) {
-        if (index >= 0 && tabWidget->tabText(index) != ServerTab)
+        if (index >= 0 && tabKey(index) != ServerTab)
             closeTab(index);
     });
     connect(tabWidget, &QTabWidget::tabCloseRequested, this, &MainWindow::closeTab);
@@ -238,7 +238,7 @@ void MainWindow::onTabChanged(int index)
     if (!currentTabName.isEmpty())
         tabInputHistory.insert(currentTabName, inputLine->text());
 
-    currentTabName = tabWidget->tabText(index);
+    currentTabName = tabKey(index);
     auto it = tabs.find(currentTabName);
     m_session->markRead(currentTabName);
     m_session->setCurrentBuffer(currentTabName);
@@ -278,7 +278,7 @@ void MainWindow::closeTab(int index)
 {
     if (index < 0 || index >= tabWidget->count())
         return;
-    const QString name = tabWidget->tabText(index);
+    const QString name = tabKey(index);
     if (name == ServerTab)
         return;
     if (name == ListTab) {
@@ -307,7 +307,7 @@ void MainWindow::onBufferClosed(const QString& name)
     if (page)
         page->deleteLater();
     for (int i = qMax(index, 0); index >= 0 && i < tabWidget->count(); ++i) {
-        const QString key = tabWidget->tabText(i);
+        const QString key = tabKey(i);
         if (key != currentTabName && tabs.value(key).highlighted)
             tabBar->highlightTab(i);
     }
@@ -322,9 +322,24 @@ void MainWindow::onBufferClosed(const QString& name)
     }
 }
 
+// A tab's title shows its name as it is: "&" would otherwise mark a shortcut
+// ("&local" read as "local" with the l underlined).
+QString MainWindow::tabTitle(const QString& name)
+{
+    QString title = name;
+    return title.replace(QLatin1Char('&'), QLatin1String("&&"));
+}
+
+QString MainWindow::tabKey(int index) const
+{
+    const QWidget* page = tabWidget->widget(index);
+    return page ? page->property("tabKey").toString() : QString();
+}
+
 int MainWindow::addTabPage(QWidget* page, const QString& label)
 {
-    const int index = tabWidget->addTab(page, label);
+    page->setProperty("tabKey", label);
+    const int index = tabWidget->addTab(page, tabTitle(label));
     tabWidget->setTabToolTip(index, label);
     // Each tab gets its own close button once; it finds its tab by its page.
     auto* button = new QPushButton(QString(QChar(0x00D7)), tabBar);
@@ -386,7 +401,7 @@ void MainWindow::onTabContextMenu(const QPoint& pos)
     const int index = tabBar->tabAt(pos);
     if (index < 0)
         return;
-    const QString key = tabWidget->tabText(index);
+    const QString key = tabKey(index);
     if (key == ServerTab || key == ListTab)
         return;
 

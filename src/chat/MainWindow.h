@@ -80,6 +80,9 @@ public:
     QWidget* createChannelTab(const QString& name, bool isChannel);
     bool isChannelTab(const QString& key) const;
     QStringList completionCandidates() const;
+    static QString tabTitle(const QString& name);
+    // The name of the tab at index (its buffer, "Server" or "List").
+    QString tabKey(int index) const;
     void applyConnectionPreferences() override;
     bool isPrivateTab(const QString& key) const;
     // Registers a page under name, adds it with name as label and tool tip and

@@ -149,7 +149,8 @@ void MainWindow::onBufferRenamed(const QString& oldName, const QString& newName)
         updateNickCompletionModel();
     }
     if (index >= 0) {
-        tabWidget->setTabText(index, newName);
+        info.widget->setProperty("tabKey", newName);
+        tabWidget->setTabText(index, tabTitle(newName));
         tabWidget->setTabToolTip(index, newName);
     }
 }

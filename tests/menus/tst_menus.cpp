@@ -82,7 +82,7 @@ bool paints(QWidget* widget, const QRect& area, QRgb colour)
 QPoint tabCentre(MainWindow* window, const QString& title)
 {
     for (int i = 0; i < window->tabWidget->count(); ++i) {
-        if (window->tabWidget->tabText(i) == title)
+        if (window->tabKey(i) == title)
             return window->tabBar->tabRect(i).center();
     }
     return QPoint(-1, -1);
