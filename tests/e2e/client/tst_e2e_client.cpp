@@ -518,7 +518,12 @@ private slots:
         QCOMPARE(queries, Session::QueryBurstLimit);
         QCOMPARE(rows("Server").filter(QStringLiteral("*** Many new private conversations")).size(), 1);
         QVERIFY2(longestGap < 2000, qPrintable(QString::number(longestGap)));
-        QVERIFY2(rssKb() - rssBefore < 100 * 1024, qPrintable(QString::number(rssKb() - rssBefore)));
+        const long grown = rssKb() - rssBefore;
+#ifndef __SANITIZE_ADDRESS__
+        QVERIFY2(grown < 100 * 1024, qPrintable(QString::number(grown)));
+#else
+        Q_UNUSED(grown); // AddressSanitizer keeps freed memory in quarantine: no bound there
+#endif
     }
 
     // Without a real name the window still registers; a message longer than
