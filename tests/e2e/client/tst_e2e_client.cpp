@@ -371,6 +371,33 @@ private slots:
         QVERIFY(w->tabs.contains("#t18"));
     }
 
+    // Typed commands as another user on the server sees them: one row a
+    // command, the line typed in #cmd and the line that reaches peer.
+    void commandsOnTheWire()
+    {
+        RawIrcClient* peer = user("cmdpeer");
+        QVERIFY(connectAs("cmduser", { peer }));
+        QVERIFY(joinFromWindow("#cmd2"));
+        QVERIFY(joinFromWindow("#cmd"));
+        QVERIFY(peer->join("#cmd") && peer->join("#cmd2"));
+        switchTo("#cmd");
+        const QList<std::pair<QString, QString>> steps {
+            { "/me waves", "PRIVMSG #cmd :\x01" "ACTION waves\x01$" },
+            { "/notice cmdpeer psst", "NOTICE cmdpeer :psst$" },
+            { "/ctcp cmdpeer VERSION", "PRIVMSG cmdpeer :\x01VERSION\x01$" },
+            { "/topic fresh words", "TOPIC #cmd :fresh words$" },
+            { "/op cmdpeer", "MODE #cmd \\+o :?cmdpeer$" },
+            { "/mode +m", "MODE #cmd :?\\+m$" },
+            { "/part #cmd2 bye now", "PART #cmd2 :bye now$" }, // the named channel, not the current one
+            { "/kick cmdpeer out", "KICK #cmd cmdpeer :out$" },
+        };
+        for (const auto& [typed, seen] : steps) {
+            type(typed);
+            QVERIFY2(!peer->waitForLine("^(@\\S+ )?:cmduser!\\S+ " + seen).isEmpty(), qPrintable(typed));
+        }
+        QVERIFY(w->session()->isJoined("#cmd") && !w->session()->isJoined("#cmd2"));
+    }
+
     void mentionWhoisPrivateChatAndWatch()
     {
         RawIrcClient* erin = user("erin");
