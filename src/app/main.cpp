@@ -10,11 +10,14 @@ int main(int argc, char* argv[])
 {
     auto app = std::make_unique<QApplication>(argc, argv);
     AppSetup::configureApplication();
+    const QString settingsNote = AppSetup::secureSettingsFile();
     auto settings = std::make_unique<QSettings>();
     AppSetup::seedSettings(*settings);
 
     auto window = std::make_unique<MainWindow>();
     window->show();
+    if (!settingsNote.isEmpty())
+        window->showStartupWarning(settingsNote);
     const int exitCode = app->exec();
 
     // Torn down in this order: the window, the settings object, the application.

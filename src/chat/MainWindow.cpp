@@ -14,6 +14,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QResizeEvent>
 #include <QSettings>
@@ -328,6 +329,15 @@ QString MainWindow::tabTitle(const QString& name)
 {
     QString title = name;
     return title.replace(QLatin1Char('&'), QLatin1String("&&"));
+}
+
+void MainWindow::showStartupWarning(const QString& text)
+{
+    m_session->addLine(ServerTab, QStringLiteral("*** ") + text);
+    auto* box = new QMessageBox(QMessageBox::Warning, QStringLiteral("Quenvar"), text, QMessageBox::Ok, this);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setTextFormat(Qt::PlainText);
+    box->show();
 }
 
 QString MainWindow::tabKey(int index) const

@@ -80,6 +80,8 @@ public:
     QWidget* createChannelTab(const QString& name, bool isChannel);
     bool isChannelTab(const QString& key) const;
     QStringList completionCandidates() const;
+    // A problem found at start: a row in the server tab and a box that does not block.
+    void showStartupWarning(const QString& text);
     static QString tabTitle(const QString& name);
     // The name of the tab at index (its buffer, "Server" or "List").
     QString tabKey(int index) const;

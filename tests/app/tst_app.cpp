@@ -6,6 +6,7 @@
 #include <QElapsedTimer>
 #include <QIcon>
 #include <QImage>
+#include <QFile>
 #include <QProcess>
 #include <QSettings>
 #include <QStyle>
@@ -62,11 +63,29 @@ private slots:
     }
 
     // The real program, started on a store of its own: it seeds the theme in
-    // the same place the rest of the program reads it from, and keeps running.
+    // the same place the rest of the program reads it from, keeps the file to
+    // its user (0600), sets a file it cannot read aside, and keeps running.
+    void programSeedsItsStore_data()
+    {
+        QTest::addColumn<QByteArray>("before");
+        QTest::addColumn<bool>("setAside");
+        QTest::newRow("no store yet") << QByteArray() << false;
+        QTest::newRow("a readable store") << QByteArray("[General]\nchatFont=x\n") << false;
+        QTest::newRow("a broken store") << QByteArray("[General\ntheme=dark\n") << true;
+    }
+
     void programSeedsItsStore()
     {
+        QFETCH(QByteArray, before);
+        QFETCH(bool, setAside);
         QTemporaryDir config;
         QVERIFY(config.isValid());
+        const QString storeFile = config.path() + "/Quenvar/Quenvar.conf";
+        if (!before.isEmpty()) {
+            QVERIFY(QDir().mkpath(config.path() + "/Quenvar"));
+            QFile file(storeFile);
+            QVERIFY(file.open(QIODevice::WriteOnly) && file.write(before) == before.size());
+        }
         QProcess program;
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         env.insert("XDG_CONFIG_HOME", config.path());
@@ -75,15 +94,23 @@ private slots:
         program.start(QStringLiteral(QUENVAR_BINARY), {});
         QVERIFY2(program.waitForStarted(10000), qPrintable(program.errorString()));
 
-        const QString storeFile = config.path() + "/Quenvar/Quenvar.conf";
         QString theme;
         QElapsedTimer clock;
         clock.start();
-        while (clock.elapsed() < 20000 && theme.isEmpty()) {
+        while (clock.elapsed() < 20000 && theme != QLatin1String("light")) {
             QTest::qWait(50);
             theme = QSettings(storeFile, QSettings::IniFormat).value("theme").toString();
         }
         QCOMPARE(theme, QStringLiteral("light"));
+        // Read and write for its user, nothing for anyone else.
+        QCOMPARE(QFile::permissions(storeFile) & 0x0FFF, QFile::ReadUser | QFile::WriteUser);
+        const QStringList aside = QDir(config.path() + "/Quenvar").entryList({ "Quenvar.conf.broken-*" });
+        QCOMPARE(aside.size(), setAside ? 1 : 0);
+        if (setAside) {
+            QFile kept(config.path() + "/Quenvar/" + aside.value(0));
+            QVERIFY(kept.open(QIODevice::ReadOnly));
+            QCOMPARE(kept.readAll(), before);
+        }
         QCOMPARE(program.state(), QProcess::Running);
         program.kill();
         program.waitForFinished(10000);
