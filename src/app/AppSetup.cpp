@@ -39,7 +39,7 @@ QString secureSettingsFile()
     if (file.exists() && unreadable) {
         const QString kept = path + QStringLiteral(".broken-")
             + QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss"));
-        if (file.rename(kept))
+        if (file.rename(kept) && QFile::setPermissions(kept, QFile::ReadOwner | QFile::WriteOwner))
             note = QStringLiteral("The settings file could not be read. It was kept as %1; Quenvar starts with its "
                                   "default settings.")
                        .arg(QDir::toNativeSeparators(kept));
