@@ -1,5 +1,6 @@
 #pragma once
 
+#include "IRCConnection.h"
 #include "PreferencesHost.h"
 
 #include <QList>
@@ -86,6 +87,7 @@ public:
     // The name of the tab at index (its buffer, "Server" or "List").
     QString tabKey(int index) const;
     void applyConnectionPreferences() override;
+    void askAboutCertificate(const IRCConnection::CertificateInfo& info);
     bool isPrivateTab(const QString& key) const;
     // Registers a page under name, adds it with name as label and tool tip and
     // returns its record.

@@ -198,6 +198,7 @@ void MainWindow::applyConnectionPreferences()
     policy.delaySec = qBound(1, prefs.reconnectDelay, Session::MaxReconnectDelaySec);
     policy.maxAttempts = qBound(0, prefs.reconnectAttempts, 100);
     m_session->setReconnectPolicy(policy);
+    m_session->setAcceptInvalidCertificates(prefs.acceptInvalidSsl);
     m_session->setKeepAlive(qBound(10, prefs.pingInterval, 600), qBound(5, prefs.pingTimeout, 120));
 }
 

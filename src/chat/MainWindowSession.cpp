@@ -4,6 +4,7 @@
 
 #include "MainWindow.h"
 
+#include "CertificateDialog.h"
 #include "ChannelListModel.h"
 #include "ChatView.h"
 #include "ConnectDialog.h"
@@ -66,6 +67,7 @@ void MainWindow::connectSession()
         updateTopicEditButton(channel);
     });
     connect(s, &Session::topicChanged, this, &MainWindow::updateTopicLabel);
+    connect(s, &Session::certificateDecisionNeeded, this, &MainWindow::askAboutCertificate);
     connect(s, &Session::joinedChanged, this, [this](const QString& channel, bool joined) {
         const auto it = tabs.constFind(channel);
         if (it != tabs.cend())
@@ -91,6 +93,20 @@ void MainWindow::connectSession()
 }
 
 // --- Connect, disconnect, reconnect ---------------------------------------------
+
+void MainWindow::askAboutCertificate(const IRCConnection::CertificateInfo& info)
+{
+    // One question at a time; a reconnect loop does not stack them.
+    if (findChild<CertificateDialog*>())
+        return;
+    auto* dialog = new CertificateDialog(info, currentTheme, this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &QDialog::finished, this, [this, fingerprint = info.fingerprint](int answer) {
+        if (answer == CertificateDialog::ConnectOnce || answer == CertificateDialog::AlwaysTrust)
+            m_session->trustCertificate(fingerprint, answer == CertificateDialog::AlwaysTrust);
+    });
+    dialog->open();
+}
 
 void MainWindow::showConnectDialog()
 {

@@ -2,14 +2,18 @@
 
 #include "IRCParser.h"
 
+#include <QCryptographicHash>
 #include <QDateTime>
 #include <QPointer>
+#include <QSslCertificate>
+#include <QSslError>
 #include <QSslSocket>
 #include <QStringDecoder>
 #include <QTcpSocket>
 #include <QTimer>
 
 #include <limits>
+#include <utility>
 
 namespace {
 
@@ -128,8 +132,13 @@ void IRCConnection::connectToServer(
     m_linkUp = false;
     // Wired before connecting, so that an error found at once is not lost.
     // A TLS link is up once its handshake succeeded, not when TCP connects.
-    if (sslSocket)
-        connect(sslSocket, &QSslSocket::encrypted, this, &IRCConnection::onConnected);
+    if (sslSocket) {
+        connect(sslSocket, &QSslSocket::encrypted, this, [this] {
+            if (!pinnedCertificateDiffers())
+                onConnected();
+        });
+        connect(sslSocket, &QSslSocket::sslErrors, this, &IRCConnection::onSslErrors);
+    }
     else
         connect(socket, &QTcpSocket::connected, this, &IRCConnection::onConnected);
     connect(socket, &QTcpSocket::disconnected, this, &IRCConnection::onDisconnected);
@@ -699,6 +708,67 @@ void IRCConnection::answerCtcp(const QString& from, const QString& command, cons
     }
     m_ctcpAnswered.insert(key, current);
     sendRaw(QStringLiteral("NOTICE %1 :\x01%2 %3\x01").arg(from, command, reply));
+}
+
+QString IRCConnection::fingerprintOf(const QSslCertificate& certificate)
+{
+    return QString::fromLatin1(certificate.digest(QCryptographicHash::Sha256).toHex(':').toUpper());
+}
+
+// A certificate the system trusts, but not the one pinned for this server.
+bool IRCConnection::pinnedCertificateDiffers()
+{
+    auto* ssl = qobject_cast<QSslSocket*>(socket);
+    const QString pinned = m_serverConfig.certFingerprint;
+    if (!ssl || pinned.isEmpty())
+        return false;
+    const QString presented = fingerprintOf(ssl->peerCertificate());
+    if (presented.compare(pinned, Qt::CaseInsensitive) == 0)
+        return false;
+    emit certificateChanged(pinned, presented);
+    ssl->abort();
+    return true;
+}
+
+void IRCConnection::onSslErrors(const QList<QSslError>& errors)
+{
+    auto* ssl = qobject_cast<QSslSocket*>(sender());
+    if (!ssl || ssl != socket)
+        return;
+    const QSslCertificate certificate = ssl->peerCertificate();
+    const QString presented = fingerprintOf(certificate);
+    const QString pinned = m_serverConfig.certFingerprint;
+    QStringList reasons;
+    for (const QSslError& error : errors)
+        reasons.append(error.errorString());
+    if (!pinned.isEmpty()) {
+        // The user's own decision for this server stands, either way.
+        if (presented.compare(pinned, Qt::CaseInsensitive) == 0)
+            ssl->ignoreSslErrors();
+        else
+            emit certificateChanged(pinned, presented);
+        return;
+    }
+    const QString once = std::exchange(m_acceptOnce, QString());
+    if (!once.isEmpty() && presented.compare(once, Qt::CaseInsensitive) == 0) {
+        ssl->ignoreSslErrors();
+        return;
+    }
+    if (m_acceptInvalidCertificates) {
+        ssl->ignoreSslErrors();
+        emit certificateAcceptedDespite(reasons);
+        return;
+    }
+    CertificateInfo info;
+    info.host = host;
+    info.port = port;
+    info.errors = reasons;
+    info.subject = certificate.subjectDisplayName();
+    info.issuer = certificate.issuerDisplayName();
+    info.validFrom = certificate.effectiveDate().toString(Qt::ISODate);
+    info.validUntil = certificate.expiryDate().toString(Qt::ISODate);
+    info.fingerprint = presented;
+    emit certificateUntrusted(info);
 }
 
 void IRCConnection::onDisconnected()

@@ -13,6 +13,8 @@
 
 #include <functional>
 
+class QSslCertificate;
+class QSslError;
 class QTcpSocket;
 class QTimer;
 struct IrcMessage;
@@ -66,6 +68,19 @@ public:
         bool monitor = false;
     };
 
+    // A TLS certificate the connection would not take on its own.
+    struct CertificateInfo
+    {
+        QString host;
+        quint16 port = 0;
+        QStringList errors;
+        QString subject;
+        QString issuer;
+        QString validFrom;
+        QString validUntil;
+        QString fingerprint; // SHA-256, "AB:CD:..."
+    };
+
     // Longest received line kept (bytes, without its terminator).
     static constexpr int MaxLineLength = 64 * 1024;
 
@@ -81,6 +96,13 @@ public:
     // lines still waiting are dropped when the link ends.
     void sendRaw(const QString& line);
     void setSendPacing(const SendPacing& pacing) { m_pacing = pacing; }
+    // Certificates that fail verification: taken anyway with a warning
+    // (acceptInvalid), or taken once when their fingerprint is this one
+    // (for the next connection only). A fingerprint pinned in the server
+    // record is always taken, and any other certificate for that server refused.
+    void setAcceptInvalidCertificates(bool acceptInvalid) { m_acceptInvalidCertificates = acceptInvalid; }
+    void acceptCertificateOnce(const QString& fingerprint) { m_acceptOnce = fingerprint; }
+    static QString fingerprintOf(const QSslCertificate& certificate);
     SendPacing sendPacing() const { return m_pacing; }
     // Lines waiting for their turn.
     qsizetype queuedLines() const { return m_sendQueue.size(); }
@@ -215,6 +237,13 @@ signals:
     // After registration the server refused a nick change (432 or 433); the
     // nick stays as it is.
     void nickRejected(const QString& nick, int numeric, const QString& reason);
+    // The server's certificate failed verification and nothing said to take
+    // it: the connection was not made. The user may decide.
+    void certificateUntrusted(const IRCConnection::CertificateInfo& info);
+    // Taken although it failed verification, as the preferences say (errors: why).
+    void certificateAcceptedDespite(const QStringList& errors);
+    // The server presented another certificate than the one pinned for it.
+    void certificateChanged(const QString& pinned, const QString& presented);
     // ISUPPORT told something new (see serverSupport()).
     void serverSupportChanged();
     // The outcome of a SASL login (reason: the server's text).
@@ -252,6 +281,8 @@ private:
     void generateNickAlternatives(const QString& primary, const QString& alt);
     void onOwnNickChanged(const QString& oldNick, const QString& newNick);
     void processBuffer();
+    void onSslErrors(const QList<QSslError>& errors);
+    bool pinnedCertificateDiffers();
     qint64 now() const;
     void writeLine(const QString& line);
     // line as it may go out: up to its first line break (or NUL), cut to what
@@ -306,6 +337,8 @@ private:
 
     ServerSupport m_support;
     qint64 m_messageTime = 0;
+    bool m_acceptInvalidCertificates = false;
+    QString m_acceptOnce;
     bool m_capNegotiating = false;
     bool m_saslRunning = false;
     QStringList m_offeredCaps; // names from CAP LS, gathered over its lines

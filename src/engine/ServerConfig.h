@@ -18,6 +18,9 @@ struct ServerConfig
     QStringList autojoinChannels;
     QString encoding = QStringLiteral("UTF-8 (Unicode)");
     bool useSsl = false;
+    // SHA-256 fingerprint ("AB:CD:...") of the TLS certificate the user chose
+    // to trust for this server; empty: the system's trust decides.
+    QString certFingerprint;
     // Carried in the record only; favourites are stored in a key of their own.
     bool favorite = false;
 };

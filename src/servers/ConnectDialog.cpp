@@ -639,6 +639,7 @@ void ConnectDialog::onConnectClicked()
             config.authMethod = it->authMethod;
             config.password = it->password;
             config.account = it->account;
+            config.certFingerprint = it->certFingerprint;
             config.encoding = it->encoding;
         }
         saveServerConfig(m_currentServerId, config);

@@ -43,6 +43,10 @@ void writeRecord(QSettings& settings, const QString& id, const ServerConfig& con
     settings.setValue(QStringLiteral("autojoin"), config.autojoinChannels);
     settings.setValue(QStringLiteral("encoding"), config.encoding);
     settings.setValue(QStringLiteral("ssl"), config.useSsl);
+    if (config.certFingerprint.isEmpty())
+        settings.remove(QStringLiteral("certfingerprint"));
+    else
+        settings.setValue(QStringLiteral("certfingerprint"), config.certFingerprint);
     settings.endGroup();
 }
 
@@ -239,6 +243,7 @@ ServerConfig ServerStore::loadServerConfig(const QString& id, const ServerConfig
     config.authMethod = settings.value(QStringLiteral("authmethod"), fallback.authMethod).toString();
     config.password = settings.value(QStringLiteral("password"), fallback.password).toString();
     config.account = settings.value(QStringLiteral("account"), fallback.account).toString();
+    config.certFingerprint = settings.value(QStringLiteral("certfingerprint"), fallback.certFingerprint).toString();
     config.autojoinChannels
         = settings.value(QStringLiteral("autojoin"), fallback.autojoinChannels).toStringList();
     config.encoding = settings.value(QStringLiteral("encoding"), fallback.encoding).toString();

@@ -72,8 +72,29 @@ Session::Session(QObject* parent)
     IRCConnection* c = m_connection;
     connect(c, &IRCConnection::connected, this, &Session::onConnected);
     connect(c, &IRCConnection::connectFailed, this, [this] {
-        if (m_rejoinOnRegistration && !m_userDisconnected)
+        if (m_rejoinOnRegistration && !m_userDisconnected && !m_awaitingCertificateDecision)
             scheduleReconnect();
+    });
+    connect(c, &IRCConnection::certificateUntrusted, this, [this](const IRCConnection::CertificateInfo& info) {
+        m_awaitingCertificateDecision = true;
+        addLine(ServerBuffer,
+            QStringLiteral("*** The certificate of %1:%2 is not trusted (%3).")
+                .arg(info.host, QString::number(info.port), info.errors.join(QStringLiteral("; "))));
+        emit certificateDecisionNeeded(info);
+    });
+    connect(c, &IRCConnection::certificateAcceptedDespite, this, [this](const QStringList& errors) {
+        addLine(ServerBuffer,
+            QStringLiteral("*** Warning: the server's certificate is not trusted (%1); connecting anyway, as set "
+                           "in the preferences.")
+                .arg(errors.join(QStringLiteral("; "))));
+    });
+    connect(c, &IRCConnection::certificateChanged, this, [this](const QString& pinned, const QString& presented) {
+        m_awaitingCertificateDecision = true;
+        addLine(ServerBuffer,
+            QStringLiteral("*** Refused: the server presented another certificate than the one trusted for it "
+                           "(trusted %1, presented %2). If the server changed its certificate, remove the trust "
+                           "and connect again.")
+                .arg(pinned, presented));
     });
     connect(c, &IRCConnection::registered, this, &Session::onRegistered);
     connect(c, &IRCConnection::disconnected, this, &Session::onDisconnected);
@@ -909,6 +930,7 @@ void Session::onListEnd()
 
 void Session::connectTo(const QString& host, quint16 port, const ServerConfig& config)
 {
+    m_awaitingCertificateDecision = false;
     m_reconnectTimer->stop();
     m_reconnectTimerActive = false;
     m_reconnectAttempt = 0;
@@ -999,6 +1021,24 @@ void Session::reconnectNow()
     addLine(ServerBuffer, QStringLiteral("*** Connecting to %1:%2...").arg(host(), QString::number(port)));
     const ServerConfig config = m_connection->serverConfig();
     m_connection->connectToServer(host(), port, config.nickname, config.realName, config.useSsl);
+}
+
+void Session::trustCertificate(const QString& fingerprint, bool always)
+{
+    m_awaitingCertificateDecision = false;
+    if (always) {
+        ServerConfig config = m_connection->serverConfig();
+        config.certFingerprint = fingerprint;
+        m_connection->setServerConfig(config);
+        if (!m_serverId.isEmpty())
+            saveServerRecord();
+    } else {
+        m_connection->acceptCertificateOnce(fingerprint);
+    }
+    // A first connection stays a first connection: nothing to rejoin.
+    const bool continuing = m_rejoinOnRegistration;
+    reconnectNow();
+    m_rejoinOnRegistration = continuing;
 }
 
 void Session::reconnect()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ChannelMembers.h"
+#include "IRCConnection.h"
 #include "LineStore.h"
 #include "ServerConfig.h"
 
@@ -177,6 +178,12 @@ public:
     QStringList autojoinChannels() const { return m_autojoin; }
 
     void setReconnectPolicy(const ReconnectPolicy& policy) { m_reconnectPolicy = policy; }
+    // Certificates that fail verification are taken with a warning row.
+    void setAcceptInvalidCertificates(bool accept) { m_connection->setAcceptInvalidCertificates(accept); }
+    // The user's answer to certificateDecisionNeeded: connect again taking
+    // the certificate with this fingerprint, this time only or from now on
+    // (pinned in the server record).
+    void trustCertificate(const QString& fingerprint, bool always);
     ReconnectPolicy reconnectPolicy() const { return m_reconnectPolicy; }
     // The keep-alive PING after intervalSec of silence; the link is given up
     // timeoutSec after it when nothing answers.
@@ -257,6 +264,8 @@ signals:
     // A user's away state changed (away-notify); message is null when they are back.
     void userAway(const QString& nick, const QString& message);
     void accountChanged(const QString& nick, const QString& account);
+    // The server's certificate failed verification; the user decides.
+    void certificateDecisionNeeded(const IRCConnection::CertificateInfo& info);
     // The outcome of a SASL login.
     void loginFinished(bool success, const QString& reason);
     // A server error reply about subject (a channel, a nick or a command).
@@ -344,6 +353,7 @@ private:
     int m_reconnectAttempt = 0; // attempts since the link was last up
     bool m_userDisconnected = false; // the user ended the link: no reconnect
     bool m_rejoinOnRegistration = false; // this connection continues the last one
+    bool m_awaitingCertificateDecision = false; // no reconnect until the user decides
     // When the recent queries were opened (monotonic milliseconds).
     QElapsedTimer m_clock;
     QList<qint64> m_queryOpenings;

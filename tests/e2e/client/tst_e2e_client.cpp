@@ -3,6 +3,7 @@
 // and disconnect, channel events, private chat, WATCH, WHOIS, the channel list
 // and the topic editor.
 
+#include "CertificateDialog.h"
 #include "ChannelListModel.h"
 #include "ChatRows.h"
 #include "ChatView.h"
@@ -396,6 +397,63 @@ private slots:
             QVERIFY2(!peer->waitForLine("^(@\\S+ )?:cmduser!\\S+ " + seen).isEmpty(), qPrintable(typed));
         }
         QVERIFY(w->session()->isJoined("#cmd") && !w->session()->isJoined("#cmd2"));
+    }
+
+    // TLS with the server's self-signed certificate: the dialog's three
+    // answers, a pinned certificate taken silently, another one refused, and
+    // the preference that takes any certificate with a warning.
+    void certificateTrust()
+    {
+        const QString fingerprint = IRCConnection::fingerprintOf(m_server->certificate());
+        const QString id = ServerStore::serverId(m_server->host(), m_server->tlsPort());
+        Session* session = w->session();
+        const auto connectTls = [&](const QString& pinned) {
+            ServerConfig config;
+            config.nickname = QStringLiteral("tlsme");
+            config.useSsl = true;
+            config.certFingerprint = pinned;
+            session->connectTo(m_server->host(), m_server->tlsPort(), config);
+        };
+        const auto leave = [&] {
+            session->disconnectFromServer();
+            return QTest::qWaitFor([&] { return !session->isConnected(); }, kTimeout);
+        };
+        struct Answer
+        {
+            const char* button;
+            bool connects;
+            bool pinned;
+        };
+        for (const Answer& answer : { Answer { "cancelButton", false, false }, Answer { "connectButton", true, false },
+                 Answer { "alwaysTrustButton", true, true } }) {
+            connectTls(QString());
+            QVERIFY(QTest::qWaitFor([&] { return w->findChild<CertificateDialog*>() != nullptr; }, kTimeout));
+            auto* dialog = w->findChild<CertificateDialog*>();
+            QCOMPARE(dialog->findChild<QLabel*>("fingerprint")->text(), fingerprint);
+            QVERIFY(dialog->findChild<QPushButton*>("cancelButton")->isDefault());
+            dialog->findChild<QPushButton*>(answer.button)->click();
+            QVERIFY(QTest::qWaitFor([&] { return session->isRegistered() && session->isConnected(); }, answer.connects ? kTimeout : 1500)
+                == answer.connects);
+            QCOMPARE(QSettings().value("servers/" + id + "/certfingerprint").toString(), answer.pinned ? fingerprint : QString());
+            QVERIFY(leave());
+        }
+        // Pinned: no question. Another pin: refused, naming both.
+        connectTls(fingerprint);
+        QVERIFY(QTest::qWaitFor([&] { return session->isRegistered() && session->isConnected(); }, kTimeout));
+        QVERIFY(!w->findChild<CertificateDialog*>());
+        QVERIFY(leave());
+        connectTls(QStringLiteral("00:11"));
+        QVERIFY(shows("Server", QStringLiteral("*** Refused: the server presented another certificate than the one trusted "
+                                               "for it (trusted 00:11, presented %1). If the server changed its "
+                                               "certificate, remove the trust and connect again.").arg(fingerprint)));
+        QVERIFY(!session->isConnected() && !w->findChild<CertificateDialog*>());
+        // Any certificate, with a warning, as the preference says.
+        session->setAcceptInvalidCertificates(true);
+        connectTls(QString());
+        QVERIFY(QTest::qWaitFor([&] { return session->isRegistered() && session->isConnected(); }, kTimeout));
+        QVERIFY(!rows("Server").filter("*** Warning: the server's certificate is not trusted").isEmpty());
+        session->setAcceptInvalidCertificates(false);
+        QVERIFY(leave());
     }
 
     void mentionWhoisPrivateChatAndWatch()
