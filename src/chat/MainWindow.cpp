@@ -1,5 +1,7 @@
 #include "MainWindow.h"
 
+#include "ChannelListModel.h"
+
 #include "ChatPage.h"
 #include "ChatView.h"
 #include "EmojiPicker.h"
@@ -146,7 +148,10 @@ void MainWindow::setupUI()
     channelSearchEdit = new QLineEdit(bottomStack);
     channelSearchEdit->setPlaceholderText(QStringLiteral("Search channels..."));
     channelSearchEdit->setMaximumHeight(28);
-    connect(channelSearchEdit, &QLineEdit::textChanged, this, &MainWindow::filterChannelList);
+    connect(channelSearchEdit, &QLineEdit::textChanged, this, [this](const QString& text) {
+        if (channelListModel)
+            channelListModel->setFilterText(text);
+    });
 
     bottomStack->addWidget(inputRow);
     bottomStack->addWidget(channelSearchEdit);
@@ -283,6 +288,7 @@ void MainWindow::closeTab(int index)
     if (name == ServerTab)
         return;
     if (name == ListTab) {
+        channelListPage = nullptr;
         channelListWidget = nullptr;
         channelListModel = nullptr;
         listInfoLabel = nullptr;

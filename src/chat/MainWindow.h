@@ -11,6 +11,7 @@
 #include <QStringList>
 
 class ChannelListModel;
+class ChannelListPage;
 class ChatView;
 class HighlightTabBar;
 class MemberListView;
@@ -87,7 +88,6 @@ public:
     // The name of the tab at index (its buffer, "Server" or "List").
     QString tabKey(int index) const;
     void applyConnectionPreferences() override;
-    void askAboutCertificate(const IRCConnection::CertificateInfo& info);
     bool isPrivateTab(const QString& key) const;
     // Registers a page under name, adds it with name as label and tool tip and
     // returns its record.
@@ -177,9 +177,6 @@ public slots:
     void onDisconnectTriggered();
     void onReconnectTriggered();
 
-    void filterChannelList(const QString& text);
-    void onChannelListDoubleClicked(const QModelIndex& index);
-    void showChannelListContextMenu(const QPoint& pos);
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
@@ -196,6 +193,7 @@ public:
     QStackedWidget* bottomStack = nullptr;
     MemberListView* userList = nullptr;
     // The "List" tab's table and its rows; null while there is no list tab.
+    ChannelListPage* channelListPage = nullptr;
     QTreeView* channelListWidget = nullptr;
     ChannelListModel* channelListModel = nullptr;
     QLabel* listInfoLabel = nullptr;
@@ -224,8 +222,6 @@ private:
     void onMembersReset(const QString& channel);
     void onMemberRenamed(const QString& channel, const QString& oldName, const QString& newName);
     void onAwayChanged(bool away);
-    void onChannelListStarted();
-    void onChannelListEnded();
     void refreshNickCompletionModel();
     void setCompletionWords(const QStringList& words);
     void openPrivateChat(const QString& nick);

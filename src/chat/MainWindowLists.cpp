@@ -3,6 +3,7 @@
 #include "MainWindow.h"
 
 #include "ChannelListModel.h"
+#include "ChannelListPage.h"
 #include "MemberList.h"
 #include "MemberListModel.h"
 #include "MemberListView.h"
@@ -116,51 +117,27 @@ void MainWindow::createListTab()
 {
     if (tabs.contains(ListTab))
         return;
-
-    auto* page = new QWidget;
-    auto* layout = new QVBoxLayout(page);
-    layout->setContentsMargins(0, 0, 0, 0);
-
-    listInfoLabel = new QLabel(QStringLiteral("Server: loading..."), page);
-    listInfoLabel->setTextFormat(Qt::PlainText); // shows the server's name
-    listInfoLabel->setStyleSheet(QStringLiteral("font-weight: bold; padding: 4px;"));
-    layout->addWidget(listInfoLabel);
-
-    channelListModel = new ChannelListModel(page);
-    channelListModel->setFilterText(channelSearchEdit->text());
-    channelListWidget = new QTreeView;
-    channelListWidget->setObjectName(QStringLiteral("channelList"));
-    channelListWidget->setModel(channelListModel);
-    channelListWidget->setRootIsDecorated(false);
-    channelListWidget->setAlternatingRowColors(true);
-    channelListWidget->setSortingEnabled(false);
-    // Every row is one line: one height for all keeps big listings fast.
-    channelListWidget->setUniformRowHeights(true);
-    channelListWidget->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    channelListWidget->header()->setMinimumHeight(30);
-    channelListWidget->header()->setStyleSheet(
-        QStringLiteral("QHeaderView::section { padding: 4px; font-weight: bold; }"));
-    if (currentTheme == QLatin1String("dark")) {
-        channelListWidget->setStyleSheet(QStringLiteral(
-            "QTreeView { background-color: #1E1E1E; color: #DDDDDD; alternate-background-color: #252525; }"
-            "QTreeView::item:hover { background-color: #3A3A3A; }"
-            "QTreeView::item:selected { background-color: #505050; }"));
-    } else {
-        channelListWidget->setStyleSheet(QString());
-    }
-    channelListWidget->header()->setSectionResizeMode(0, QHeaderView::Interactive);
-    channelListWidget->header()->setMinimumSectionSize(120);
-    channelListWidget->setColumnWidth(0, 200);
-    channelListWidget->setContextMenuPolicy(Qt::CustomContextMenu);
-    connect(channelListWidget, &QWidget::customContextMenuRequested, this,
-        &MainWindow::showChannelListContextMenu);
-    connect(channelListWidget, &QTreeView::doubleClicked, this, &MainWindow::onChannelListDoubleClicked);
-    layout->addWidget(channelListWidget);
-
+    channelListPage = new ChannelListPage(currentTheme, channelSearchEdit->text());
+    channelListWidget = channelListPage->view();
+    channelListModel = channelListPage->model();
+    listInfoLabel = channelListPage->infoLabel();
+    channelListPage->setAutojoinQuery([this](const QString& channel) { return m_session->autojoinChannels().contains(channel); });
+    connect(channelListPage, &ChannelListPage::autojoinToggled, m_session, &Session::setAutojoin);
+    connect(channelListPage, &ChannelListPage::joinRequested, this, [this](const QString& name, bool openTab) {
+        if (!m_session->isConnected())
+            return;
+        if (openTab) {
+            m_session->openBuffer(name);
+            const auto it = tabs.constFind(name);
+            if (it != tabs.cend())
+                tabWidget->setCurrentWidget(it->widget);
+        }
+        m_session->join(name);
+    });
     TabInfo info;
-    info.widget = page;
+    info.widget = channelListPage;
     tabs.insert(ListTab, info);
-    addTabPage(page, ListTab);
+    addTabPage(channelListPage, ListTab);
 }
 
 void MainWindow::requestChannelList()
@@ -168,55 +145,7 @@ void MainWindow::requestChannelList()
     if (!m_session->isRegistered())
         return;
     createListTab();
-    if (channelListModel)
-        channelListModel->clear();
-    if (listInfoLabel)
-        listInfoLabel->setText(QStringLiteral("Server: loading..."));
-    const auto it = tabs.constFind(ListTab);
-    if (it != tabs.cend())
-        tabWidget->setCurrentWidget(it->widget);
+    channelListPage->clear();
+    tabWidget->setCurrentWidget(channelListPage);
     m_session->requestChannelList();
-}
-
-void MainWindow::filterChannelList(const QString& text)
-{
-    if (channelListModel)
-        channelListModel->setFilterText(text);
-}
-
-void MainWindow::onChannelListDoubleClicked(const QModelIndex& index)
-{
-    if (!index.isValid() || !channelListModel || !m_session->isConnected())
-        return;
-    const QString name = channelListModel->channelAt(index.row()).name;
-    if (name.isEmpty())
-        return;
-    m_session->openBuffer(name);
-    const auto it = tabs.constFind(name);
-    if (it != tabs.cend())
-        tabWidget->setCurrentWidget(it->widget);
-    m_session->join(name);
-}
-
-void MainWindow::showChannelListContextMenu(const QPoint& pos)
-{
-    if (!channelListWidget || !channelListModel)
-        return;
-    const QModelIndex index = channelListWidget->indexAt(pos);
-    if (!index.isValid())
-        return;
-    const QString name = channelListModel->channelAt(index.row()).name;
-    const bool contained = m_session->autojoinChannels().contains(name);
-
-    QMenu menu(this);
-    QAction* joinAction = menu.addAction(QStringLiteral("Join ") + name);
-    QAction* autojoinAction = menu.addAction(QStringLiteral("Autojoin on connect"));
-    autojoinAction->setCheckable(true);
-    autojoinAction->setChecked(contained);
-
-    QAction* chosen = menu.exec(channelListWidget->mapToGlobal(pos));
-    if (chosen == joinAction)
-        m_session->join(name);
-    else if (chosen == autojoinAction)
-        m_session->setAutojoin(name, !contained);
 }

@@ -6,6 +6,7 @@
 
 #include "CertificateDialog.h"
 #include "ChannelListModel.h"
+#include "ChannelListPage.h"
 #include "ChatView.h"
 #include "ConnectDialog.h"
 #include "HighlightTabBar.h"
@@ -67,7 +68,11 @@ void MainWindow::connectSession()
         updateTopicEditButton(channel);
     });
     connect(s, &Session::topicChanged, this, &MainWindow::updateTopicLabel);
-    connect(s, &Session::certificateDecisionNeeded, this, &MainWindow::askAboutCertificate);
+    connect(s, &Session::certificateDecisionNeeded, this, [this](const IRCConnection::CertificateInfo& info) {
+        CertificateDialog::ask(info, currentTheme, this, [this, info](int answer) {
+            m_session->trustCertificate(info.fingerprint, answer == CertificateDialog::AlwaysTrust);
+        });
+    });
     connect(s, &Session::joinedChanged, this, [this](const QString& channel, bool joined) {
         const auto it = tabs.constFind(channel);
         if (it != tabs.cend())
@@ -78,13 +83,19 @@ void MainWindow::connectSession()
     connect(s, &Session::ownNickChanged, this, &MainWindow::updateOwnUserAppearance);
     connect(s, &Session::disconnected, this, [this] { userList->clear(); });
     connect(s, &Session::awayChanged, this, &MainWindow::onAwayChanged);
-    connect(s, &Session::channelListStarted, this, &MainWindow::onChannelListStarted);
+    connect(s, &Session::channelListStarted, this, [this] {
+        if (channelListPage)
+            channelListPage->beginListing();
+    });
     connect(s, &Session::channelListEntry, this,
         [this](const QString& channel, const QString& users, const QString& topic) {
             if (channelListModel)
                 channelListModel->appendChannel(channel, users, topic);
         });
-    connect(s, &Session::channelListEnded, this, &MainWindow::onChannelListEnded);
+    connect(s, &Session::channelListEnded, this, [this] {
+        if (channelListPage)
+            channelListPage->endListing();
+    });
     connect(s, &Session::channelListInfo, this, [this](const QString& server, int channels, int users) {
         if (listInfoLabel)
             listInfoLabel->setText(QStringLiteral("%1: %2 channels, %3 users")
@@ -93,20 +104,6 @@ void MainWindow::connectSession()
 }
 
 // --- Connect, disconnect, reconnect ---------------------------------------------
-
-void MainWindow::askAboutCertificate(const IRCConnection::CertificateInfo& info)
-{
-    // One question at a time; a reconnect loop does not stack them.
-    if (findChild<CertificateDialog*>())
-        return;
-    auto* dialog = new CertificateDialog(info, currentTheme, this);
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    connect(dialog, &QDialog::finished, this, [this, fingerprint = info.fingerprint](int answer) {
-        if (answer == CertificateDialog::ConnectOnce || answer == CertificateDialog::AlwaysTrust)
-            m_session->trustCertificate(fingerprint, answer == CertificateDialog::AlwaysTrust);
-    });
-    dialog->open();
-}
 
 void MainWindow::showConnectDialog()
 {
@@ -291,23 +288,3 @@ void MainWindow::updateTopicEditButton(const QString& channel)
 }
 
 // --- Channel list -----------------------------------------------------------------
-
-void MainWindow::onChannelListStarted()
-{
-    if (channelListWidget) {
-        // Thousands of rows follow: no repaints, and no sorting until the
-        // end sorts them once.
-        channelListWidget->setUpdatesEnabled(false);
-        channelListWidget->setSortingEnabled(false);
-    }
-}
-
-void MainWindow::onChannelListEnded()
-{
-    if (channelListWidget) {
-        channelListWidget->setUpdatesEnabled(true);
-        // Largest channels first; enabling sorting sorts by the indicator.
-        channelListWidget->header()->setSortIndicator(1, Qt::DescendingOrder);
-        channelListWidget->setSortingEnabled(true);
-    }
-}

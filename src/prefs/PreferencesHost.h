@@ -28,6 +28,11 @@ struct ChatPreferences
     // Logging.
     QString logPath;
     bool logEnabled = false;
+
+    // Reads the stored preferences into `into` (chatFont only when one was
+    // stored: the caller's default font stays otherwise). A stored black
+    // background colour is taken for an accident and cleared in the store.
+    static void load(ChatPreferences& into);
 };
 
 // What the preferences window needs of the window it edits.

@@ -61,3 +61,17 @@ CertificateDialog::CertificateDialog(
     layout->addWidget(buttons);
     setStyleSheet(ThemeManager::dialogStyleSheet(theme));
 }
+
+void CertificateDialog::ask(const IRCConnection::CertificateInfo& info, const QString& theme, QWidget* parent,
+    std::function<void(int)> onTrust)
+{
+    if (parent->findChild<CertificateDialog*>())
+        return;
+    auto* dialog = new CertificateDialog(info, theme, parent);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    QObject::connect(dialog, &QDialog::finished, parent, [onTrust = std::move(onTrust)](int answer) {
+        if (answer == ConnectOnce || answer == AlwaysTrust)
+            onTrust(answer);
+    });
+    dialog->open();
+}

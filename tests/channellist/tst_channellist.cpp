@@ -1,4 +1,5 @@
 #include "ChannelListModel.h"
+#include "ChannelListPage.h"
 #include "ChatRows.h"
 #include "ChatView.h"
 #include "IRCConnection.h"
@@ -196,7 +197,7 @@ private slots:
         listThree();
         h->peer->clear();
         const int row = names(*w->channelListModel).indexOf("#Linux");
-        w->onChannelListDoubleClicked(w->channelListModel->index(row, 2));
+        w->channelListPage->onDoubleClicked(w->channelListModel->index(row, 2));
         QCOMPARE(w->currentTabName, QStringLiteral("#Linux"));
         QVERIFY(w->tabs.value("#Linux").topicBar);
         QVERIFY(h->peerGot("JOIN #Linux"));
@@ -205,7 +206,7 @@ private slots:
         w->tabWidget->setCurrentWidget(w->tabs.value("List").widget);
         h->peer->clear();
         const int tabsBefore = w->tabWidget->count();
-        w->onChannelListDoubleClicked(w->channelListModel->index(row, 0));
+        w->channelListPage->onDoubleClicked(w->channelListModel->index(row, 0));
         QCOMPARE(w->currentTabName, QStringLiteral("#Linux"));
         QCOMPARE(w->tabWidget->count(), tabsBefore);
         QVERIFY(h->peerGot("JOIN #Linux"));
@@ -213,7 +214,7 @@ private slots:
         // Disconnected: nothing.
         w->session()->connection()->disconnectFromServer();
         QTRY_VERIFY(!w->session()->connection()->isConnected());
-        w->onChannelListDoubleClicked(w->channelListModel->index(0, 0));
+        w->channelListPage->onDoubleClicked(w->channelListModel->index(0, 0));
         QVERIFY(!w->tabs.contains("#apple"));
     }
 
@@ -226,27 +227,27 @@ private slots:
 
         QStringList items;
         onNextMenu(QString(), &items);
-        w->showChannelListContextMenu(onFirstRow);
+        w->channelListPage->showContextMenu(onFirstRow);
         QCOMPARE(items, (QStringList { "Join #apple", "Autojoin on connect" }));
 
         h->peer->clear();
         onNextMenu("Join #apple");
-        w->showChannelListContextMenu(onFirstRow);
+        w->channelListPage->showContextMenu(onFirstRow);
         QVERIFY(h->peerGot("JOIN #apple"));
         QVERIFY(!w->tabs.contains("#apple")); // the tab comes with the server's JOIN
 
         onNextMenu("Autojoin on connect");
-        w->showChannelListContextMenu(onFirstRow);
+        w->channelListPage->showContextMenu(onFirstRow);
         QCOMPARE(w->session()->autojoinChannels(), QStringList { "#apple" });
         QCOMPARE(serverRows(w).last(), QStringLiteral("*** Added #apple to autojoin list"));
         onNextMenu("Autojoin on connect");
-        w->showChannelListContextMenu(onFirstRow);
+        w->channelListPage->showContextMenu(onFirstRow);
         QVERIFY(w->session()->autojoinChannels().isEmpty());
         QCOMPARE(serverRows(w).last(), QStringLiteral("*** Removed #apple from autojoin list"));
 
         // Empty space: no menu.
         const ModalDriver::HandlePtr menu = onNextMenu(QString(), &items);
-        w->showChannelListContextMenu(QPoint(5, w->channelListWidget->viewport()->height() - 2));
+        w->channelListPage->showContextMenu(QPoint(5, w->channelListWidget->viewport()->height() - 2));
         QTest::qWait(50);
         menu->cancelled = true;
         QVERIFY(!menu->handled);
