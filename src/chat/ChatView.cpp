@@ -19,76 +19,12 @@
 namespace {
 
 const QColor RuleColor(136, 136, 136);
-const QColor GreyText(136, 136, 136);
-const QColor AwayNickColor(0xAA, 0xAA, 0xAA);
-
-// Longest sender shown in full; longer ones keep MaxNickPrefix characters
-// followed by an ellipsis.
-constexpr int MaxNickLength = 16;
-constexpr int MaxNickPrefix = 15;
 
 // Laid-out rows kept for scrolling back and forth.
 constexpr int LayoutCacheRows = 600;
 
 // Space between the widest timestamp and the nick column.
 constexpr int TimestampGap = 6;
-
-// The bidi isolate around the nick and the message.
-constexpr char16_t FirstStrongIsolate = 0x2068;
-constexpr char16_t PopDirectionalIsolate = 0x2069;
-
-// A name as a row shows it: control characters visible, nothing that would
-// split the row, and no PDI without its own isolate before it (one would end
-// the isolate the nick is laid out in); such a PDI becomes a word joiner,
-// invisible as it was.
-QString shownName(const QString& name)
-{
-    QString shown = IrcText::singleBlockText(IrcText::visibleControls(name));
-    if (!shown.contains(QChar(PopDirectionalIsolate)))
-        return shown;
-    int depth = 0;
-    for (QChar& c : shown) {
-        const char16_t u = c.unicode();
-        if (u >= 0x2066 && u <= 0x2068)
-            ++depth;
-        else if (u == PopDirectionalIsolate && depth > 0)
-            --depth;
-        else if (u == PopDirectionalIsolate)
-            c = QChar(0x2060);
-    }
-    return shown;
-}
-
-// The length of the "-nick-" a notice row starts with, 0 when it has none.
-int noticePrefixLength(const QString& text)
-{
-    if (!text.startsWith(QLatin1Char('-')))
-        return 0;
-    const qsizetype end = text.indexOf(QLatin1String("- "), 1);
-    if (end < 2 || text.left(end).contains(QLatin1Char(' ')))
-        return 0;
-    return int(end) + 1;
-}
-
-QString displayNickFor(const QString& sender)
-{
-    if (sender.size() <= MaxNickLength)
-        return sender;
-    int keep = MaxNickPrefix;
-    // Never split a surrogate pair.
-    if (sender.at(keep - 1).isHighSurrogate())
-        --keep;
-    return sender.left(keep) + QChar(0x2026);
-}
-
-QTextLayout::FormatRange range(int start, int length, const QTextCharFormat& format)
-{
-    QTextLayout::FormatRange r;
-    r.start = start;
-    r.length = length;
-    r.format = format;
-    return r;
-}
 
 } // namespace
 
@@ -194,10 +130,10 @@ ChatView::RowContent ChatView::row(int index) const
     const BufferLine line = m_lines.at(index);
     content.timestamp = IrcText::singleBlockText(m_stamps.at(m_stampOf.at(index)));
     const bool action = line.is(BufferLine::Action);
-    const QString sender = shownName(line.sender);
+    const QString sender = ChatRowLayout::shownName(line.sender);
     content.sender = sender;
     if (m_nickColumn)
-        content.nick = action ? QStringLiteral("*") : displayNickFor(sender);
+        content.nick = action ? QStringLiteral("*") : ChatRowLayout::displayNick(sender);
     // A message written while away starts with its away note, right at the
     // column start; other messages keep a space from the nick column. An
     // action reads "nick text" ("* nick text" without a nick column).
@@ -262,55 +198,20 @@ qreal ChatView::characterX(int index, int position) const
 
 // --- Layout -----------------------------------------------------------------------
 
-int ChatView::Layout::toLayoutPosition(int shown) const
-{
-    int at = shown;
-    for (int i = 0; i < isolateCount; ++i) {
-        if (isolates[i] <= at)
-            ++at;
-    }
-    return at;
-}
-
-QString ChatView::Layout::shownText(int from, int to) const
-{
-    QString shown;
-    int pos = from;
-    for (int i = 0; i < isolateCount && pos < to; ++i) {
-        if (isolates[i] < pos)
-            continue;
-        shown += QStringView(text).mid(pos, qMin(isolates[i], to) - pos);
-        pos = isolates[i] + 1;
-    }
-    if (pos < to)
-        shown += QStringView(text).mid(pos, to - pos);
-    return shown;
-}
-
 qreal ChatView::textWidth() const
 {
     return qMax<qreal>(ruleX() + 40, viewport()->width() - 2 * Margin);
 }
 
-QTextOption ChatView::textOption() const
+ChatRowColumns ChatView::columns() const
 {
-    // Columns: the timestamp from the left edge; the nick right-aligned to
-    // the end of the nick column; the message from the start of the last
-    // column, where wrapped lines continue.
-    // The columns run left to right whatever the text's direction.
-    QTextOption option;
-    option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-    option.setTextDirection(Qt::LeftToRight);
-    const int stamps = timestampColumnWidth();
-    QList<QTextOption::Tab> tabs;
-    if (m_nickColumn) {
-        tabs << QTextOption::Tab(stamps + NickColumnWidth - ColumnPadding, QTextOption::RightTab);
-        tabs << QTextOption::Tab(stamps + NickColumnWidth + ColumnPadding, QTextOption::LeftTab);
-    } else {
-        tabs << QTextOption::Tab(stamps + ColumnPadding, QTextOption::LeftTab);
-    }
-    option.setTabs(tabs);
-    return option;
+    ChatRowColumns columns;
+    columns.nickColumn = m_nickColumn;
+    columns.timestampWidth = timestampColumnWidth();
+    columns.timestampRoom = columns.timestampWidth - TimestampGap;
+    columns.nickWidth = NickColumnWidth;
+    columns.padding = ColumnPadding;
+    return columns;
 }
 
 void ChatView::invalidateLayouts()
@@ -331,112 +232,12 @@ const ChatView::Layout* ChatView::layoutOf(int viewRow) const
         return cached;
 
     auto* layout = new Layout;
-    QFont font = this->font();
-    font.setStyleStrategy(QFont::PreferNoShaping);
-    QList<QTextLayout::FormatRange> formats;
     if (viewRow > 0) {
         const RowContent content = row(viewRow - 1);
-        const bool ownAway = content.flags & BufferLine::OwnAway;
-        const bool grey = (content.flags & BufferLine::Status) || ownAway;
-        const int stamps = timestampColumnWidth();
-        const auto isolate = [layout](const QChar mark) {
-            layout->isolates[layout->isolateCount++] = int(layout->text.size());
-            layout->text += mark;
-        };
-
-        QTextCharFormat greyFormat;
-        greyFormat.setForeground(GreyText);
-        // A timestamp written in an earlier, wider format is cut to the column.
-        const QFontMetricsF metrics(font);
-        const qreal stampRoom = stamps - TimestampGap;
-        layout->text = metrics.horizontalAdvance(content.timestamp) > stampRoom
-            ? metrics.elidedText(content.timestamp, Qt::ElideRight, stampRoom)
-            : content.timestamp;
-        layout->text += QLatin1Char('\t');
-        formats << range(0, int(layout->text.size()), greyFormat);
-        // The sender's colour is the one of the nick as its column shows it.
-        const QColor senderColor
-            = ownAway ? AwayNickColor : IrcText::nickColor(displayNickFor(content.sender));
-        if (m_nickColumn) {
-            QTextCharFormat nickFormat;
-            nickFormat.setFontWeight(QFont::Bold);
-            QString nick = content.nick;
-            if (!nick.isEmpty()) {
-                nickFormat.setForeground(senderColor);
-                nickFormat.setFontItalic(ownAway);
-                // Nicks of wide characters are cut to the column as well.
-                QFont bold = font;
-                bold.setBold(true);
-                const QFontMetricsF nickMetrics(bold);
-                const qreal room = NickColumnWidth - 2 * ColumnPadding
-                    - nickMetrics.horizontalAdvance(QStringLiteral("  "));
-                if (nickMetrics.horizontalAdvance(nick) > room)
-                    nick = nickMetrics.elidedText(nick, Qt::ElideRight, room);
-            }
-            const int nickStart = int(layout->text.size());
-            isolate(QChar(FirstStrongIsolate));
-            layout->text += nick;
-            isolate(QChar(PopDirectionalIsolate));
-            layout->text += QStringLiteral("  \t");
-            formats << range(nickStart, int(layout->text.size()) - nickStart, nickFormat);
-        }
-        layout->messageStart = int(layout->text.size());
-        isolate(QChar(FirstStrongIsolate));
-        const int messageStart = int(layout->text.size());
-        layout->text += content.message;
-        isolate(QChar(PopDirectionalIsolate));
-        const int messageLength = int(content.message.size());
-        if (grey)
-            formats << range(messageStart, messageLength, greyFormat);
-        if (content.flags & BufferLine::Action) {
-            QTextCharFormat actionFormat;
-            actionFormat.setFontItalic(true);
-            actionFormat.setForeground(senderColor);
-            formats << range(messageStart, messageLength, actionFormat);
-        } else if ((content.flags & BufferLine::Notice) && !grey) {
-            const int leading = content.message.startsWith(QLatin1Char(' ')) ? 1 : 0;
-            const QString text = content.message.mid(leading);
-            if (const int length = noticePrefixLength(text)) {
-                QTextCharFormat noticeFormat;
-                noticeFormat.setFontWeight(QFont::Bold);
-                noticeFormat.setForeground(IrcText::nickColor(text.mid(1, length - 2)));
-                formats << range(messageStart + leading, length, noticeFormat);
-            }
-        }
-        for (QTextLayout::FormatRange r : content.formats) {
-            r.start += messageStart;
-            formats << r;
-        }
-        for (IrcText::LinkSegment link : content.links) {
-            link.start += messageStart;
-            link.end += messageStart;
-            formats << range(link.start, link.end - link.start, IrcText::linkFormat(QTextCharFormat(), link.href));
-            layout->links << link;
-        }
+        layout->build(&content, columns(), font(), width);
+    } else {
+        layout->build(nullptr, columns(), font(), width);
     }
-    layout->layout.setText(layout->text);
-    layout->layout.setFont(font);
-    layout->layout.setTextOption(textOption());
-    layout->layout.setFormats(formats);
-
-    // The first line starts at the left edge; wrapped lines continue in the
-    // message column.
-    const qreal messageX = m_nickColumn ? timestampColumnWidth() + NickColumnWidth + ColumnPadding
-                                        : timestampColumnWidth() + ColumnPadding;
-    const qreal leading = QFontMetricsF(font).leading();
-    qreal y = 0;
-    layout->layout.beginLayout();
-    for (int n = 0;; ++n) {
-        QTextLine line = layout->layout.createLine();
-        if (!line.isValid())
-            break;
-        const qreal x = n == 0 ? 0 : messageX;
-        line.setLineWidth(width - x);
-        line.setPosition(QPointF(x, y));
-        y += line.height() + qMax<qreal>(0, leading);
-    }
-    layout->layout.endLayout();
-    layout->height = qMax<qreal>(y, QFontMetricsF(font).lineSpacing());
     const Layout* result = layout;
     m_layouts.insert(viewRow, layout);
     return result;
@@ -606,14 +407,13 @@ void ChatView::paintEvent(QPaintEvent*)
     qreal rulesTop = -1;
     qreal rulesBottom = -1;
     for (const Placed& p : placed) {
-        QList<QTextLayout::FormatRange> selections;
+        int start = 0;
+        int end = 0;
         if (selection && p.row >= from.row && p.row <= to.row) {
-            const int start = p.row == from.row ? from.pos : 0;
-            const int end = p.row == to.row ? to.pos : int(p.layout->text.size());
-            if (end > start)
-                selections << range(start, end - start, selected);
+            start = p.row == from.row ? from.pos : 0;
+            end = p.row == to.row ? to.pos : int(p.layout->text.size());
         }
-        p.layout->layout.draw(&painter, QPointF(Margin, p.top), selections);
+        p.layout->draw(&painter, QPointF(Margin, p.top), start, end, selected);
         if (p.row > 0) {
             if (rulesTop < 0)
                 rulesTop = p.top;
@@ -654,15 +454,6 @@ ChatView::Position ChatView::positionAt(const QPoint& point) const
     return { hit->row, 0 };
 }
 
-QString ChatView::linkIn(const Layout* layout, int pos) const
-{
-    for (const IrcText::LinkSegment& link : layout->links) {
-        if (pos >= link.start && pos < link.end)
-            return link.href;
-    }
-    return QString();
-}
-
 QString ChatView::linkAt(const QPoint& point) const
 {
     const QList<Placed> placed = placedRows();
@@ -676,7 +467,7 @@ QString ChatView::linkAt(const QPoint& point) const
             const qreal x = point.x() - Margin;
             if (y < line.y() || y >= line.y() + line.height() || x < line.x() || x > line.x() + line.naturalTextWidth())
                 continue;
-            return linkIn(p.layout, line.xToCursor(x, QTextLine::CursorOnCharacter));
+            return p.layout->linkAt(line.xToCursor(x, QTextLine::CursorOnCharacter));
         }
     }
     return QString();

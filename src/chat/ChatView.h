@@ -1,6 +1,6 @@
 #pragma once
 
-#include "IrcText.h"
+#include "ChatRowLayout.h"
 #include "LineStore.h"
 
 #include <QAbstractScrollArea>
@@ -72,19 +72,8 @@ public:
     // Number of message rows (the empty first row is not counted).
     int rowCount() const { return int(m_lines.size()); }
 
-    // What a row shows: the timestamp, the nick as shown in the nick column,
-    // the message column's text (formatting codes read) and the row's flags
-    // (BufferLine::Flag).
-    struct RowContent
-    {
-        QString timestamp;
-        QString nick;
-        QString message;
-        QString sender; // in full, control characters visible
-        quint8 flags = 0;
-        QList<IrcText::LinkSegment> links; // indexes into message
-        QList<QTextLayout::FormatRange> formats; // of the message, indexes into message
-    };
+    // What a row shows (see ChatRowContent).
+    using RowContent = ChatRowContent;
     RowContent row(int index) const;
     // The row as plain text: "[time] <nick> text" ("[time] text" without a
     // nick, "[time] * nick text" for an action).
@@ -143,24 +132,7 @@ protected:
 private:
     // A laid-out row. View rows: 0 is the empty first row, row i + 1 shows
     // message row i.
-    struct Layout
-    {
-        QTextLayout layout;
-        // What is laid out: timestamp, tab, nick, two spaces, tab, message;
-        // the nick and the message each between FSI and PDI.
-        QString text;
-        int messageStart = 0; // index of the message column (its FSI) in text
-        QList<IrcText::LinkSegment> links; // indexes into text
-        qreal height = 0;
-        // Indexes of the isolate marks in text, ascending.
-        int isolates[4] = {};
-        int isolateCount = 0;
-
-        // An index of the text without the isolate marks, as one into text.
-        int toLayoutPosition(int shown) const;
-        // text[from, to) without the isolate marks.
-        QString shownText(int from, int to) const;
-    };
+    using Layout = ChatRowLayout;
     // A place in the view: a view row and a position in its laid-out text.
     struct Position
     {
@@ -184,7 +156,8 @@ private:
     const Layout* layoutOf(int viewRow) const;
     qreal rowHeight(int viewRow) const;
     qreal textWidth() const;
-    QTextOption textOption() const;
+    // The columns rows are laid out in.
+    ChatRowColumns columns() const;
     void invalidateLayouts();
     // The rows on screen, top to bottom.
     QList<Placed> placedRows() const;
@@ -193,7 +166,6 @@ private:
     void updateScrollRange();
     void requestUpdate();
     Position positionAt(const QPoint& point) const;
-    QString linkIn(const Layout* layout, int pos) const;
     QString plainText(int viewRow) const;
     void showContextMenu(const QPoint& globalPos);
 
