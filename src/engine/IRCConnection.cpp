@@ -149,10 +149,10 @@ void IRCConnection::disconnectFromServer(const QString& reason)
         socket->write(wireLine(QStringLiteral("QUIT :") + reason).toUtf8() + "\r\n");
         socket->flush();
         socket->disconnectFromHost();
-    } else if (socket
-        && (socket->state() == QAbstractSocket::HostLookupState
-            || socket->state() == QAbstractSocket::ConnectingState)) {
-        // Still looking up or connecting: give up rather than register later.
+    } else if (socket && socket->state() != QAbstractSocket::UnconnectedState) {
+        // Still looking up, connecting or in the TLS handshake: give up
+        // rather than register later.
+        socket->disconnect(this);
         socket->abort();
     }
     keepAliveTimer->stop();
