@@ -8,8 +8,11 @@ QUENVAR_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 # looking at the program, fonts so that text renders the same everywhere).
 QUENVAR_BUILD_PACKAGES="cmake g++ make pkg-config qt6-base-dev qt6-base-dev-tools qt6-svg-dev libgl-dev fonts-dejavu-core fonts-noto-color-emoji"
 QUENVAR_TEST_PACKAGES="inspircd ngircd openssl python3 xvfb xauth"
-# Services for the login tests; without --no-install-recommends anope pulls in a mail server.
-QUENVAR_TEST_SERVICES_PACKAGES="anope"
+# Installed without the packages they recommend: the keyring library would
+# bring a desktop's keyring and GTK, anope a mail server. The tests run their
+# own gnome-keyring on a private session bus.
+QUENVAR_KEYCHAIN_PACKAGES="qtkeychain-qt6-dev libsecret-1-0"
+QUENVAR_TEST_SERVICES_PACKAGES="anope gnome-keyring dbus-daemon dbus-bin"
 # The fuzz targets: clang and its libFuzzer and sanitizer runtimes.
 QUENVAR_FUZZ_PACKAGES="clang libclang-rt-14-dev"
 
@@ -46,6 +49,12 @@ quenvar_ensure_packages() {
     "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -qq
     "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive RUNLEVEL=1 \
         apt-get install -y -qq "${apt_flags[@]}" "${missing[@]}" </dev/null
+}
+
+# What any build needs: the build packages, then the keyring library.
+quenvar_ensure_build_packages() {
+    quenvar_ensure_packages $QUENVAR_BUILD_PACKAGES "$@"
+    quenvar_ensure_packages --no-recommends $QUENVAR_KEYCHAIN_PACKAGES
 }
 
 # Configures and builds into the folder $1 with extra CMake arguments after it.

@@ -1,5 +1,6 @@
 #include "AppSetup.h"
 #include "MainWindow.h"
+#include "ServerStore.h"
 
 #include <QApplication>
 #include <QSettings>
@@ -13,6 +14,7 @@ int main(int argc, char* argv[])
     const QString settingsNote = AppSetup::secureSettingsFile();
     auto settings = std::make_unique<QSettings>();
     AppSetup::seedSettings(*settings);
+    ServerStore::migratePasswords();
 
     auto window = std::make_unique<MainWindow>();
     window->show();

@@ -1,5 +1,7 @@
 #include "ServerStore.h"
 
+#include "SecretStore.h"
+
 #include <QRegularExpression>
 #include <QSettings>
 
@@ -31,6 +33,32 @@ QSet<QString> toSet(const QStringList& list)
     return QSet<QString>(list.cbegin(), list.cend());
 }
 
+const QString PasswordKey = QStringLiteral("password");
+// Set while a record's password is in the keyring rather than in the file.
+const QString InKeyringKey = QStringLiteral("passwordinkeyring");
+
+bool passwordsInFile = false;
+
+// The password goes to the keyring; the settings file keeps it only where no
+// keyring answers (the file is readable by its user alone).
+void storePassword(QSettings& settings, const QString& id, const QString& password)
+{
+    const bool wasInKeyring = settings.value(InKeyringKey).toBool();
+    if (password.isEmpty()) {
+        settings.remove(PasswordKey);
+        settings.remove(InKeyringKey);
+        if (wasInKeyring)
+            SecretStore::remove(id);
+    } else if (SecretStore::write(id, password)) {
+        settings.remove(PasswordKey);
+        settings.setValue(InKeyringKey, true);
+    } else {
+        settings.setValue(PasswordKey, password);
+        settings.remove(InKeyringKey);
+        passwordsInFile = true;
+    }
+}
+
 void writeRecord(QSettings& settings, const QString& id, const ServerConfig& config)
 {
     settings.beginGroup(groupOf(id));
@@ -38,7 +66,7 @@ void writeRecord(QSettings& settings, const QString& id, const ServerConfig& con
     settings.setValue(QStringLiteral("altnick"), config.altNickname);
     settings.setValue(QStringLiteral("realname"), config.realName);
     settings.setValue(QStringLiteral("authmethod"), config.authMethod);
-    settings.setValue(QStringLiteral("password"), config.password);
+    storePassword(settings, id, config.password);
     settings.setValue(QStringLiteral("account"), config.account);
     settings.setValue(QStringLiteral("autojoin"), config.autojoinChannels);
     settings.setValue(QStringLiteral("encoding"), config.encoding);
@@ -241,7 +269,14 @@ ServerConfig ServerStore::loadServerConfig(const QString& id, const ServerConfig
     config.altNickname = settings.value(QStringLiteral("altnick"), fallback.altNickname).toString();
     config.realName = settings.value(QStringLiteral("realname"), fallback.realName).toString();
     config.authMethod = settings.value(QStringLiteral("authmethod"), fallback.authMethod).toString();
-    config.password = settings.value(QStringLiteral("password"), fallback.password).toString();
+    if (settings.value(InKeyringKey).toBool()) {
+        config.password = SecretStore::read(id).value_or(fallback.password);
+    } else {
+        config.password = settings.value(PasswordKey, fallback.password).toString();
+        // Kept in the file by an earlier version, or while no keyring answered.
+        if (settings.contains(PasswordKey) && !config.password.isEmpty())
+            storePassword(settings, id, config.password);
+    }
     config.account = settings.value(QStringLiteral("account"), fallback.account).toString();
     config.certFingerprint = settings.value(QStringLiteral("certfingerprint"), fallback.certFingerprint).toString();
     config.autojoinChannels
@@ -250,6 +285,25 @@ ServerConfig ServerStore::loadServerConfig(const QString& id, const ServerConfig
     config.useSsl = settings.value(QStringLiteral("ssl"), fallback.useSsl).toBool();
     settings.endGroup();
     return config;
+}
+
+bool ServerStore::passwordsKeptInSettingsFile()
+{
+    return passwordsInFile;
+}
+
+void ServerStore::migratePasswords()
+{
+    QSettings settings;
+    settings.beginGroup(QStringLiteral("servers"));
+    const QStringList ids = settings.childGroups();
+    for (const QString& id : ids) {
+        settings.beginGroup(id);
+        const QString password = settings.value(PasswordKey).toString();
+        if (!password.isEmpty())
+            storePassword(settings, id, password);
+        settings.endGroup();
+    }
 }
 
 void ServerStore::saveServerConfig(const QString& id, const ServerConfig& config, OddAddress odd)
@@ -270,6 +324,8 @@ void ServerStore::removeServerGroup(const QString& id)
     if (id.isEmpty())
         return;
     QSettings settings;
+    if (settings.value(groupOf(id) + QLatin1Char('/') + InKeyringKey).toBool())
+        SecretStore::remove(id);
     settings.remove(groupOf(id));
     settings.sync();
 }

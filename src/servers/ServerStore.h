@@ -70,6 +70,12 @@ public:
         const QString& id, const ServerConfig& config, OddAddress odd = OddAddress::WriteIdentifier);
     // Removes the server's whole group.
     static void removeServerGroup(const QString& id);
+    // Moves passwords still kept in the settings file into the keyring,
+    // where one answers.
+    static void migratePasswords();
+    // Whether a password had to stay in the settings file in this run (no
+    // keyring answered).
+    static bool passwordsKeptInSettingsFile();
 
     static bool hasStoredAddress(const QString& id);
     static QString storedAddress(const QString& id);

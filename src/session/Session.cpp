@@ -713,6 +713,12 @@ void Session::saveServerRecord()
         return;
     }
     ServerStore::saveServerConfig(m_serverId, m_connection->serverConfig(), ServerStore::OddAddress::Skip);
+    if (ServerStore::passwordsKeptInSettingsFile() && !m_toldAboutPasswordFile) {
+        m_toldAboutPasswordFile = true;
+        addLine(ServerBuffer,
+            QStringLiteral("*** No system keyring answered: the server password is kept in the settings file, "
+                           "which only you can read."));
+    }
 }
 
 void Session::loadServerRecord()

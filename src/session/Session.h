@@ -354,6 +354,7 @@ private:
     bool m_userDisconnected = false; // the user ended the link: no reconnect
     bool m_rejoinOnRegistration = false; // this connection continues the last one
     bool m_awaitingCertificateDecision = false; // no reconnect until the user decides
+    bool m_toldAboutPasswordFile = false;
     // When the recent queries were opened (monotonic milliseconds).
     QElapsedTimer m_clock;
     QList<qint64> m_queryOpenings;

@@ -416,6 +416,22 @@ private slots:
         QCOMPARE(h.session->connection()->queuedLines(), 0);
     }
 
+    // With no keyring to answer (the tests' bus goes nowhere), a password
+    // stays in the settings file and the server buffer says so, once.
+    void passwordWithoutKeyring()
+    {
+        LinePeer peer;
+        Session session;
+        ServerConfig config;
+        config.nickname = QStringLiteral("me");
+        config.password = QStringLiteral("pw");
+        session.connectTo(QStringLiteral("127.0.0.1"), peer.port(), config);
+        session.saveServerRecord();
+        const QString id = QStringLiteral("127.0.0.1_%1").arg(peer.port());
+        QCOMPARE(QSettings().value("servers/" + id + "/password").toString(), QStringLiteral("pw"));
+        QCOMPARE(texts(session.lines(Session::ServerBuffer)).filter("No system keyring answered").size(), 1);
+    }
+
     // The record's autojoin list is stored with it and joined once registered.
     void autojoinOnRegistration()
     {
