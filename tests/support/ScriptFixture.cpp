@@ -1,5 +1,6 @@
 #include "ScriptFixture.h"
 
+#include <QCoreApplication>
 #include <QProcess>
 
 ScriptFixture::ScriptFixture(const QString& script)
@@ -18,6 +19,8 @@ bool ScriptFixture::start(const QProcessEnvironment& extra, int timeoutMs)
     QProcess process;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert(extra);
+    // The servers go with this process, however it ends.
+    environment.insert(QStringLiteral("FIXTURE_OWNER_PID"), QString::number(QCoreApplication::applicationPid()));
     process.setProcessEnvironment(environment);
     process.setStandardInputFile(QProcess::nullDevice());
     process.start(QStringLiteral("bash"), { m_script, QStringLiteral("start") });

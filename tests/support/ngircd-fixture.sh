@@ -14,6 +14,17 @@ free_port() {
 accepts() { (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null; }
 alive() { kill -0 "$1" 2>/dev/null && ! grep -q '^State:[[:space:]]*Z' "/proc/$1/status" 2>/dev/null; }
 
+# With FIXTURE_OWNER_PID set, everything started here is stopped once that
+# process is gone, even when it dies without calling stop.
+watch_owner() {
+    [ -n "${FIXTURE_OWNER_PID:-}" ] || return 0
+    local self
+    self=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)/$(basename "${BASH_SOURCE[0]}")
+    ( while kill -0 "$FIXTURE_OWNER_PID" 2>/dev/null && [ -d "$1" ]; do sleep 1; done
+      [ -d "$1" ] && "$self" stop "$1" ) </dev/null >/dev/null 2>&1 &
+    disown $! 2>/dev/null || true
+}
+
 start() {
     [ -x "$NGIRCD_BIN" ] || { echo "ngircd-fixture: $NGIRCD_BIN missing (apt-get install ngircd)" >&2; return 1; }
     local dir attempt port pid
@@ -33,6 +44,7 @@ start() {
             if accepts "$port"; then
                 printf 'NGIRCD_PID=%s\n' "$pid" > "$dir/fixture.pids"
                 printf 'NGIRCD_DIR=%s\nNGIRCD_PORT=%s\nNGIRCD_PID=%s\n' "$dir" "$port" "$pid"
+                watch_owner "$dir"
                 return 0
             fi
             sleep 0.01
