@@ -291,12 +291,7 @@ void Session::trimBuffer(const QString& name, qsizetype rows)
 
 QString Session::findQuery(const QString& nick) const
 {
-    const QString folded = m_connection->foldCase(nick);
-    for (auto it = m_buffers.cbegin(); it != m_buffers.cend(); ++it) {
-        if (typeOf(it.key()) == BufferType::Query && m_connection->foldCase(it.key()) == folded)
-            return it.key();
-    }
-    return QString();
+    return m_queries.value(m_connection->foldCase(nick));
 }
 
 QString Session::findBuffer(const QString& name) const
@@ -325,6 +320,7 @@ bool Session::openBuffer(const QString& name)
         return false;
     m_buffers.insert(name, Buffer());
     if (typeOf(name) == BufferType::Query) {
+        m_queries.insert(m_connection->foldCase(name), name);
         m_queryOpenings.append(m_clock.elapsed());
         watchQuery(name);
     }
@@ -345,6 +341,8 @@ void Session::closeBuffer(const QString& name)
         addLine(ServerBuffer, QStringLiteral("*** You left %1").arg(name));
     }
     m_buffers.remove(name);
+    if (type == BufferType::Query)
+        m_queries.remove(m_connection->foldCase(name));
     m_topics.remove(name);
     emit bufferClosed(name);
 }

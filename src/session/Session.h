@@ -345,6 +345,7 @@ private:
     bool m_inList = false;
     QString m_currentBuffer;
     QSet<QString> m_joined; // folded names of the channels the user is in
+    QHash<QString, QString> m_queries; // folded nick -> the query buffer's name
     QSet<QString> m_leaving; // folded names of channels closed while joined
     QHash<QString, QString> m_channelKeys; // folded channel -> the key it was joined with
     ReconnectPolicy m_reconnectPolicy;

@@ -313,6 +313,8 @@ void Session::renameQuery(const QString& oldName, const QString& newName)
     if (oldName == newName || m_buffers.contains(newName))
         return;
     m_buffers.insert(newName, m_buffers.take(oldName));
+    m_queries.remove(m_connection->foldCase(oldName));
+    m_queries.insert(m_connection->foldCase(newName), newName);
     emit bufferRenamed(oldName, newName);
 }
 
@@ -456,6 +458,12 @@ void Session::onMode(const QString& from, const QString& target, const QStringLi
 void Session::onServerSupport()
 {
     MemberList::announceModeSymbols(prefixSymbols());
+    // The case mapping may have changed: the queries' index is made anew.
+    m_queries.clear();
+    for (auto it = m_buffers.cbegin(); it != m_buffers.cend(); ++it) {
+        if (typeOf(it.key()) == BufferType::Query)
+            m_queries.insert(m_connection->foldCase(it.key()), it.key());
+    }
     // Conversations opened before the server said how to follow nicks.
     for (auto it = m_buffers.cbegin(); it != m_buffers.cend(); ++it) {
         if (typeOf(it.key()) == BufferType::Query)
