@@ -9,6 +9,7 @@
 #include "MemberListView.h"
 #include "MyTabWidget.h"
 #include "PreferencesDialog.h"
+#include "IrcText.h"
 #include "Session.h"
 #include "ThemeManager.h"
 
@@ -168,6 +169,7 @@ void MainWindow::applyConnectionPreferences()
     policy.maxAttempts = qBound(0, prefs.reconnectAttempts, 100);
     m_session->setReconnectPolicy(policy);
     m_session->setAcceptInvalidCertificates(prefs.acceptInvalidSsl);
+    m_session->setLogging(prefs.logEnabled, prefs.logPath, &IrcText::stripFormatting);
     m_session->setKeepAlive(qBound(10, prefs.pingInterval, 600), qBound(5, prefs.pingTimeout, 120));
 }
 

@@ -3,6 +3,7 @@
 #include "IRCConnection.h"
 #include "MemberList.h"
 #include "ServerStore.h"
+#include "SessionLog.h"
 
 #include <QDateTime>
 #include <QRandomGenerator>
@@ -38,6 +39,7 @@ Session::Session(QObject* parent)
     m_buffers.insert(ServerBuffer, Buffer());
     m_clock.start();
 
+    m_log = new SessionLog(this);
     m_reconnectTimer = new QTimer(this);
     m_reconnectTimer->setSingleShot(true);
     connect(m_reconnectTimer, &QTimer::timeout, this, &Session::reconnectNow);
@@ -403,6 +405,8 @@ void Session::addLine(
         if (line.is(BufferLine::Mention))
             it->mentioned = true;
     }
+    if (m_log->isActive())
+        m_log->append(networkName(), m_connection->foldCase(buffer), line);
     emit lineAdded(buffer, line);
 }
 

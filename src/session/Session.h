@@ -15,8 +15,11 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+
 class IRCConnection;
 class QTimer;
+class SessionLog;
 
 // One row of a buffer, as it was when it was added.
 struct BufferLine
@@ -178,6 +181,13 @@ public:
     QStringList autojoinChannels() const { return m_autojoin; }
 
     void setReconnectPolicy(const ReconnectPolicy& policy) { m_reconnectPolicy = policy; }
+    // Rows written to <folder>/<network>/<buffer>.log while enabled;
+    // textFilter makes a row's text plain (formatting codes out).
+    void setLogging(bool enabled, const QString& folder, std::function<QString(const QString&)> textFilter = {});
+    // The file the rows of buffer go to ("" while logging is off), and
+    // writing what is waiting now (it is written every two seconds anyway).
+    QString logFile(const QString& buffer) const;
+    void flushLog();
     // Certificates that fail verification are taken with a warning row.
     void setAcceptInvalidCertificates(bool accept) { m_connection->setAcceptInvalidCertificates(accept); }
     // The user's answer to certificateDecisionNeeded: connect again taking
@@ -346,6 +356,7 @@ private:
     QString m_currentBuffer;
     QSet<QString> m_joined; // folded names of the channels the user is in
     QHash<QString, QString> m_queries; // folded nick -> the query buffer's name
+    SessionLog* m_log = nullptr;
     QSet<QString> m_leaving; // folded names of channels closed while joined
     QHash<QString, QString> m_channelKeys; // folded channel -> the key it was joined with
     ReconnectPolicy m_reconnectPolicy;

@@ -4,6 +4,7 @@
 
 #include "IRCConnection.h"
 #include "MemberList.h"
+#include "SessionLog.h"
 
 #include <QDateTime>
 #include <QSettings>
@@ -511,3 +512,26 @@ void Session::onListEnd()
 }
 
 // --- Intents ----------------------------------------------------------------------
+
+// --- Logging --------------------------------------------------------------------
+
+void Session::setLogging(bool enabled, const QString& folder, std::function<QString(const QString&)> textFilter)
+{
+    m_log->setTarget(enabled, folder);
+    m_log->setTextFilter(std::move(textFilter));
+    // A file that cannot be written is said once; logging to it stops.
+    disconnect(m_log, &SessionLog::writeFailed, this, nullptr);
+    connect(m_log, &SessionLog::writeFailed, this, [this](const QString& path, const QString& reason) {
+        addLine(ServerBuffer, QStringLiteral("*** Logging to %1 stopped: %2").arg(path, reason));
+    });
+}
+
+QString Session::logFile(const QString& buffer) const
+{
+    return m_log->filePath(networkName(), m_connection->foldCase(buffer));
+}
+
+void Session::flushLog()
+{
+    m_log->flush();
+}
