@@ -2,7 +2,7 @@
 
 #include "ThemeManager.h"
 
-#include <QDialogButtonBox>
+#include <QHBoxLayout>
 #include <QFormLayout>
 #include <QLabel>
 #include <QPushButton>
@@ -27,7 +27,7 @@ CertificateDialog::CertificateDialog(
     , m_info(info)
 {
     setWindowTitle(QStringLiteral("Untrusted Certificate"));
-    setMinimumWidth(520);
+    setMinimumWidth(680);
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(plainLabel(
         QStringLiteral("The certificate of %1:%2 could not be verified. Someone may be impersonating the server.")
@@ -44,21 +44,27 @@ CertificateDialog::CertificateDialog(
     form->addRow(QStringLiteral("SHA-256:"), fingerprint);
     layout->addLayout(form);
 
-    auto* buttons = new QDialogButtonBox(this);
-    QPushButton* once = buttons->addButton(QStringLiteral("Connect this time"), QDialogButtonBox::AcceptRole);
-    QPushButton* always
-        = buttons->addButton(QStringLiteral("Always trust this certificate for this server"), QDialogButtonBox::AcceptRole);
-    QPushButton* cancel = buttons->addButton(QStringLiteral("Cancel"), QDialogButtonBox::RejectRole);
+    // A plain row rather than a button box: every button keeps its whole text.
+    auto* buttons = new QHBoxLayout;
+    auto* once = new QPushButton(QStringLiteral("Connect this time"), this);
+    auto* always = new QPushButton(QStringLiteral("Always trust this certificate for this server"), this);
+    auto* cancel = new QPushButton(QStringLiteral("Cancel"), this);
+    buttons->addStretch();
+    for (QPushButton* button : { once, always, cancel })
+        buttons->addWidget(button);
     cancel->setObjectName(QStringLiteral("cancelButton"));
     once->setObjectName(QStringLiteral("connectButton"));
     always->setObjectName(QStringLiteral("alwaysTrustButton"));
+    // Shaped like its neighbours, in a neutral colour.
+    always->setStyleSheet(QStringLiteral("QPushButton { padding: 10px 16px; border-radius: 6px; border: 1px solid #8E8E93; "
+                                         "font-size: 14px; }"));
     for (QPushButton* button : { once, always })
         button->setAutoDefault(false);
     cancel->setDefault(true);
     connect(once, &QPushButton::clicked, this, [this] { done(ConnectOnce); });
     connect(always, &QPushButton::clicked, this, [this] { done(AlwaysTrust); });
     connect(cancel, &QPushButton::clicked, this, &QDialog::reject);
-    layout->addWidget(buttons);
+    layout->addLayout(buttons);
     setStyleSheet(ThemeManager::dialogStyleSheet(theme));
 }
 
