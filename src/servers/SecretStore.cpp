@@ -88,7 +88,6 @@ std::optional<QString> read(const QString& key)
         return std::nullopt;
     auto* job = new QKeychain::ReadPasswordJob(Service);
     job->setKey(key);
-    job->setAutoDelete(false);
     if (run(job) != QKeychain::NoError)
         return std::nullopt;
     // run() leaves the job to deleteLater: its data is still there now.

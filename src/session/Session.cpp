@@ -40,6 +40,10 @@ Session::Session(QObject* parent)
     m_clock.start();
 
     m_log = new SessionLog(this);
+    // A file that cannot be written is said once; logging to it stops.
+    connect(m_log, &SessionLog::writeFailed, this, [this](const QString& path, const QString& reason) {
+        addLine(ServerBuffer, QStringLiteral("*** Logging to %1 stopped: %2").arg(path, reason));
+    });
     m_reconnectTimer = new QTimer(this);
     m_reconnectTimer->setSingleShot(true);
     connect(m_reconnectTimer, &QTimer::timeout, this, &Session::reconnectNow);
@@ -441,9 +445,7 @@ void Session::removeMember(const QString& channel, const QString& nick)
 void Session::connectTo(const QString& host, quint16 port, const ServerConfig& config)
 {
     m_awaitingCertificateDecision = false;
-    m_reconnectTimer->stop();
-    m_reconnectTimerActive = false;
-    m_reconnectAttempt = 0;
+    cancelReconnect();
     m_userDisconnected = false;
     m_rejoinOnRegistration = false;
     // How fast lines go out; tests shorten it.
@@ -473,9 +475,7 @@ void Session::rememberServerRecord()
 void Session::disconnectFromServer()
 {
     m_userDisconnected = true;
-    m_reconnectTimer->stop();
-    m_reconnectTimerActive = false;
-    m_reconnectAttempt = 0;
+    cancelReconnect();
     if (isConnected())
         saveServerRecord();
     m_connection->disconnectFromServer();
@@ -515,14 +515,23 @@ void Session::scheduleReconnect()
     addLine(ServerBuffer,
         QStringLiteral("*** Reconnecting in %1 s (attempt %2)...")
             .arg(QString::number(qMax<qint64>(1, (delayMs + 500) / 1000)), QString::number(m_reconnectAttempt)));
-    m_reconnectTimerActive = true;
     m_reconnectTimer->start(int(delayMs));
+}
+
+int Session::pendingReconnectAttempt() const
+{
+    return m_reconnectTimer->isActive() ? m_reconnectAttempt : 0;
+}
+
+void Session::cancelReconnect()
+{
+    m_reconnectTimer->stop();
+    m_reconnectAttempt = 0;
 }
 
 void Session::reconnectNow()
 {
     m_reconnectTimer->stop();
-    m_reconnectTimerActive = false;
     m_userDisconnected = false;
     m_rejoinOnRegistration = true;
     // Back to the port that was used (the default IRC port when the
@@ -565,7 +574,6 @@ void Session::reconnect()
     saveServerRecord();
     m_userDisconnected = true;
     m_connection->disconnectFromServer();
-    m_reconnectTimerActive = true;
     m_reconnectTimer->start(1000);
 }
 
@@ -758,9 +766,7 @@ void Session::join(const QString& channels, const QString& keys)
 void Session::quit(const QString& reason)
 {
     m_userDisconnected = true;
-    m_reconnectTimer->stop();
-    m_reconnectTimerActive = false;
-    m_reconnectAttempt = 0;
+    cancelReconnect();
     if (isConnected() && !m_serverId.isEmpty())
         saveServerRecord();
     m_connection->disconnectFromServer(reason);

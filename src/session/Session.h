@@ -199,7 +199,7 @@ public:
     // timeoutSec after it when nothing answers.
     void setKeepAlive(int intervalSec, int timeoutSec);
     // Waiting to reconnect: the attempt that comes next (0: not waiting).
-    int pendingReconnectAttempt() const { return m_reconnectTimerActive ? m_reconnectAttempt : 0; }
+    int pendingReconnectAttempt() const;
 
     // --- What the user asks for ---
     // Connects to host:port with the record config (its autojoin list is kept)
@@ -319,6 +319,8 @@ private:
     void watchQuery(const QString& nick);
     void onUnhandledLine(const QString& line);
     void scheduleReconnect();
+    // No reconnect waits, and the next drop counts attempts from one again.
+    void cancelReconnect();
     void reconnectNow();
     void onServerText(const QString& line);
     void setJoined(const QString& channel, bool joined);
@@ -361,7 +363,6 @@ private:
     QHash<QString, QString> m_channelKeys; // folded channel -> the key it was joined with
     ReconnectPolicy m_reconnectPolicy;
     QTimer* m_reconnectTimer = nullptr;
-    bool m_reconnectTimerActive = false;
     int m_reconnectAttempt = 0; // attempts since the link was last up
     bool m_userDisconnected = false; // the user ended the link: no reconnect
     bool m_rejoinOnRegistration = false; // this connection continues the last one

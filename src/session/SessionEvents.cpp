@@ -11,6 +11,17 @@
 
 namespace {
 
+// Parameters as a person reads them: without the ":" that marks the last one.
+QString withoutTrailingMark(QString parameters)
+{
+    if (parameters.startsWith(QLatin1Char(':')))
+        return parameters.mid(1);
+    const qsizetype space = parameters.indexOf(QLatin1String(" :"));
+    if (space >= 0)
+        parameters.remove(space + 1, 1);
+    return parameters;
+}
+
 // How a channel mode change reads in a row ("gives channel operator status to bob").
 QString describeMode(bool adding, QChar mode, const QString& parameter, qsizetype rank, const QString& prefixModes)
 {
@@ -153,10 +164,7 @@ void Session::onServerText(const QString& line)
         return;
     }
     qsizetype at = words.at(0).size() + 1 + words.at(1).size() + 1 + words.at(2).size() + 1;
-    QString readable = at < text.size() ? text.mid(at).toString() : QString();
-    const qsizetype colon = readable.startsWith(QLatin1Char(':')) ? 0 : readable.indexOf(QLatin1String(" :"));
-    if (colon >= 0)
-        readable.remove(colon, colon == 0 ? 1 : 2).insert(colon, colon == 0 ? QString() : QStringLiteral(" "));
+    const QString readable = withoutTrailingMark(at < text.size() ? text.mid(at).toString() : QString());
     if (words.at(1) == u"333") {
         // Who set a channel's topic, and when: in the channel's buffer.
         const QStringList parts = readable.split(QLatin1Char(' '));
@@ -183,9 +191,7 @@ void Session::onUnhandledLine(const QString& line)
         source = text.mid(1).section(QLatin1Char(' '), 0, 0).section(QLatin1Char('!'), 0, 0);
         text = text.section(QLatin1Char(' '), 1);
     }
-    const qsizetype colon = text.indexOf(QLatin1String(" :"));
-    if (colon >= 0)
-        text.remove(colon + 1, 1);
+    text = withoutTrailingMark(text);
     addLine(ServerBuffer, source.isEmpty() ? text : QStringLiteral("[%1] %2").arg(source, text));
 }
 
@@ -519,11 +525,6 @@ void Session::setLogging(bool enabled, const QString& folder, std::function<QStr
 {
     m_log->setTarget(enabled, folder);
     m_log->setTextFilter(std::move(textFilter));
-    // A file that cannot be written is said once; logging to it stops.
-    disconnect(m_log, &SessionLog::writeFailed, this, nullptr);
-    connect(m_log, &SessionLog::writeFailed, this, [this](const QString& path, const QString& reason) {
-        addLine(ServerBuffer, QStringLiteral("*** Logging to %1 stopped: %2").arg(path, reason));
-    });
 }
 
 QString Session::logFile(const QString& buffer) const

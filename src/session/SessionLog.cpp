@@ -60,8 +60,9 @@ void SessionLog::append(const QString& network, const QString& bufferKey, const 
     if (path.isEmpty() || m_failed.contains(path))
         return;
     const QString text = m_filter ? m_filter(line.text) : line.text;
-    QString row = QDateTime::fromMSecsSinceEpoch(line.time).toOffsetFromUtc(
-        QDateTime::fromMSecsSinceEpoch(line.time).offsetFromUtc()).toString(Qt::ISODate);
+    // Local time with its offset from UTC written out.
+    const QDateTime when = QDateTime::fromMSecsSinceEpoch(line.time);
+    QString row = when.toOffsetFromUtc(when.offsetFromUtc()).toString(Qt::ISODate);
     if (line.sender.isEmpty())
         row += QLatin1Char(' ') + text;
     else if (line.is(BufferLine::Status) || line.is(BufferLine::Action))
