@@ -54,27 +54,7 @@ Session::Session(QObject* parent)
         if (m_rejoinOnRegistration && !m_userDisconnected && !m_awaitingCertificateDecision)
             scheduleReconnect();
     });
-    connect(c, &IRCConnection::certificateUntrusted, this, [this](const IRCConnection::CertificateInfo& info) {
-        m_awaitingCertificateDecision = true;
-        addLine(ServerBuffer,
-            QStringLiteral("*** The certificate of %1:%2 is not trusted (%3).")
-                .arg(info.host, QString::number(info.port), info.errors.join(QStringLiteral("; "))));
-        emit certificateDecisionNeeded(info);
-    });
-    connect(c, &IRCConnection::certificateAcceptedDespite, this, [this](const QStringList& errors) {
-        addLine(ServerBuffer,
-            QStringLiteral("*** Warning: the server's certificate is not trusted (%1); connecting anyway, as set "
-                           "in the preferences.")
-                .arg(errors.join(QStringLiteral("; "))));
-    });
-    connect(c, &IRCConnection::certificateChanged, this, [this](const QString& pinned, const QString& presented) {
-        m_awaitingCertificateDecision = true;
-        addLine(ServerBuffer,
-            QStringLiteral("*** Refused: the server presented another certificate than the one trusted for it "
-                           "(trusted %1, presented %2). If the server changed its certificate, remove the trust "
-                           "and connect again.")
-                .arg(pinned, presented));
-    });
+    watchCertificates();
     connect(c, &IRCConnection::registered, this, &Session::onRegistered);
     connect(c, &IRCConnection::disconnected, this, &Session::onDisconnected);
     connect(c, &IRCConnection::errorOccurred, this,

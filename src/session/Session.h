@@ -319,6 +319,8 @@ private:
     void watchQuery(const QString& nick);
     void onUnhandledLine(const QString& line);
     void scheduleReconnect();
+    // Rows for certificates that fail verification or changed; no reconnect until the user decides.
+    void watchCertificates();
     // No reconnect waits, and the next drop counts attempts from one again.
     void cancelReconnect();
     void reconnectNow();

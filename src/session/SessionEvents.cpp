@@ -536,3 +536,30 @@ void Session::flushLog()
 {
     m_log->flush();
 }
+
+// --- Certificates ---------------------------------------------------------------
+
+void Session::watchCertificates()
+{
+    connect(m_connection, &IRCConnection::certificateUntrusted, this, [this](const IRCConnection::CertificateInfo& info) {
+        m_awaitingCertificateDecision = true;
+        addLine(ServerBuffer,
+            QStringLiteral("*** The certificate of %1:%2 is not trusted (%3).")
+                .arg(info.host, QString::number(info.port), info.errors.join(QStringLiteral("; "))));
+        emit certificateDecisionNeeded(info);
+    });
+    connect(m_connection, &IRCConnection::certificateAcceptedDespite, this, [this](const QStringList& errors) {
+        addLine(ServerBuffer,
+            QStringLiteral("*** Warning: the server's certificate is not trusted (%1); connecting anyway, as set "
+                           "in the preferences.")
+                .arg(errors.join(QStringLiteral("; "))));
+    });
+    connect(m_connection, &IRCConnection::certificateChanged, this, [this](const QString& pinned, const QString& presented) {
+        m_awaitingCertificateDecision = true;
+        addLine(ServerBuffer,
+            QStringLiteral("*** Refused: the server presented another certificate than the one trusted for it "
+                           "(trusted %1, presented %2). If the server changed its certificate, remove the trust "
+                           "and connect again.")
+                .arg(pinned, presented));
+    });
+}
