@@ -6,6 +6,7 @@
 
 #include "IRCConnection.h"
 #include "MainWindow.h"
+#include "NetworkView.h"
 #include "Session.h"
 
 #include <QByteArray>

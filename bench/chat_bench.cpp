@@ -95,7 +95,7 @@ struct ChatSession : BenchWindow
         return waitUntil([this] { return window->currentTabName == Channel && chatView(); }, 10000);
     }
 
-    ChatView* chatView() const { return window->tabs.value(Channel).chatView; }
+    ChatView* chatView() const { return window->network()->tabs.value(Channel).chatView; }
 
     // Writes the lines and returns once the window has handled `expected`
     // messages, laid out the rows and painted.

@@ -63,7 +63,7 @@ int main(int argc, char* argv[])
 
     std::printf("%d private messages from %d senders%s: %.1f ms wall clock, %.1f ms processor time; "
                 "%d tabs; the window went %lld ms at most without answering; peak RSS %ld KiB\n",
-        senders, senders, all ? "" : " (NOT all handled)", wall, cpu, int(bench.window->tabs.size()),
+        senders, senders, all ? "" : " (NOT all handled)", wall, cpu, int(bench.window->network()->tabs.size()),
         static_cast<long long>(longestGap), peak);
     result("flood_ms", wall, "ms");
     result("flood_ms.cpu", cpu, "ms");

@@ -53,9 +53,9 @@ int main(int argc, char* argv[])
     }
     wire += ":irc.bench 323 " + nick.toUtf8() + " :End of channel list.\r\n";
 
-    window->requestChannelList();
+    window->network()->requestChannelList();
     QCoreApplication::processEvents();
-    ChannelListModel* table = window->channelListModel;
+    ChannelListModel* table = window->network()->channelListModel;
     if (!table) {
         std::fprintf(stderr, "no list tab\n");
         return 1;

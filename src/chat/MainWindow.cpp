@@ -1,13 +1,12 @@
 #include "MainWindow.h"
 
 #include "ChannelListModel.h"
-
-#include "ChatPage.h"
 #include "ChatView.h"
 #include "EmojiPicker.h"
 #include "HighlightTabBar.h"
 #include "MemberListView.h"
 #include "MyTabWidget.h"
+#include "NetworkView.h"
 #include "Session.h"
 
 #include <QCompleter>
@@ -49,42 +48,39 @@ const QString& closeButtonStyle(bool current)
 
 } // namespace
 
-// What a tab is follows the network's channel prefixes ("&local" is a channel where the server says so).
-bool MainWindow::isChannelTab(const QString& key) const
-{
-    return m_session->typeOf(key) == Session::BufferType::Channel;
-}
-
-bool MainWindow::isPrivateTab(const QString& key) const
-{
-    return !isChannelTab(key) && key != ServerTab && key != ListTab;
-}
-
 MainWindow::MainWindow(QWidget* parent, Startup startup)
     : QMainWindow(parent)
 {
-    m_session = new Session(this);
     setupUI();
+    m_networks.append(new NetworkView(this));
     // The theme the user chose last time ("light" on a first start).
     applyTheme(QSettings().value(QStringLiteral("theme"), QStringLiteral("light")).toString());
     setupMenuBar();
     initSystemTray();
-    createServerTab();
     loadPreferences();
-
-    connectSession();
     updateStatusBar();
 
     resize(1280, 720);
     setWindowTitle(QStringLiteral("Quenvar"));
-    if (startup == Startup::OpenConnectDialog)
-        QTimer::singleShot(0, this, &MainWindow::showConnectDialog);
+    if (startup == Startup::Normal)
+        QTimer::singleShot(0, this, &MainWindow::startNetworks);
 }
 
-// The session goes with the widgets, after this class's members.
+// The networks go with the widgets, after this class's members.
 MainWindow::~MainWindow()
 {
-    m_session->disconnect(this);
+    NetworkView::storeOpenNetworks(m_networks);
+    tabWidget->disconnect(this);
+}
+
+NetworkView* MainWindow::network() const
+{
+    return m_currentNetwork ? m_currentNetwork.data() : m_networks.value(0);
+}
+
+Session* MainWindow::session() const
+{
+    return network()->session();
 }
 
 void MainWindow::setupUI()
@@ -111,10 +107,7 @@ void MainWindow::setupUI()
     splitter->addWidget(tabWidget);
     splitter->addWidget(userList);
 
-    connect(tabBar, &QTabBar::tabBarDoubleClicked, this, [this](int index) {
-        if (index >= 0 && tabKey(index) != ServerTab)
-            closeTab(index);
-    });
+    connect(tabBar, &QTabBar::tabBarDoubleClicked, this, &MainWindow::closeTab);
     connect(tabWidget, &QTabWidget::tabCloseRequested, this, &MainWindow::closeTab);
     connect(tabWidget, &QTabWidget::currentChanged, this, &MainWindow::onTabChanged);
     connect(tabBar, &QWidget::customContextMenuRequested, this, &MainWindow::onTabContextMenu);
@@ -149,8 +142,8 @@ void MainWindow::setupUI()
     channelSearchEdit->setPlaceholderText(QStringLiteral("Search channels..."));
     channelSearchEdit->setMaximumHeight(28);
     connect(channelSearchEdit, &QLineEdit::textChanged, this, [this](const QString& text) {
-        if (channelListModel)
-            channelListModel->setFilterText(text);
+        if (network()->channelListModel)
+            network()->channelListModel->setFilterText(text);
     });
 
     bottomStack->addWidget(inputRow);
@@ -177,156 +170,88 @@ void MainWindow::setupUI()
 
     auto* closeShortcut = new QShortcut(QKeySequence::Close, this);
     closeShortcut->setContext(Qt::WindowShortcut);
-    connect(closeShortcut, &QShortcut::activated, this, [this] {
-        if (currentTabName != ServerTab)
-            closeTab(tabWidget->currentIndex());
-    });
-}
-
-void MainWindow::createServerTab()
-{
-    QWidget* page = createChannelTab(ServerTab, false);
-    TabInfo info;
-    info.widget = page;
-    info.chatView = page->findChild<ChatView*>();
-    tabs.insert(ServerTab, info);
-    addTabPage(page, ServerTab);
-    currentTabName = ServerTab;
-    inputLine->setPlaceholderText(QStringLiteral("Type a command..."));
-    userList->hide();
-    emojiButton->hide();
-    userListShouldBeVisible = false;
-    adjustSplitterToRatio();
-    updateNickCompletionModel();
-}
-
-QWidget* MainWindow::createChannelTab(const QString& name, bool isChannel)
-{
-    // A tab opened later reads in the same font as the ones already open.
-    return ChatPage::create(isChannel, name != ServerTab, currentChatFont());
-}
-
-MainWindow::TabInfo& MainWindow::registerTab(const QString& name, QWidget* page)
-{
-    TabInfo info;
-    info.widget = page;
-    info.chatView = page->findChild<ChatView*>();
-    if (isChannelTab(name)) {
-        info.topicBar = page->findChild<QWidget*>(QStringLiteral("topicBar"));
-        info.topicLabel = page->findChild<QLabel*>(QStringLiteral("topicLabel"));
-        info.editTopicBtn = page->findChild<QPushButton*>(QStringLiteral("editTopicBtn"));
-        if (info.editTopicBtn)
-            connect(info.editTopicBtn, &QPushButton::clicked, this, [this, name] { editTopic(name); });
+    connect(closeShortcut, &QShortcut::activated, this, [this] { closeTab(tabWidget->currentIndex()); });
+    // Through the tabs of every network, round the end.
+    for (const auto& [keys, step] : { std::pair { QKeySequence(Qt::CTRL | Qt::Key_Tab), 1 },
+             { QKeySequence(Qt::CTRL | Qt::Key_PageDown), 1 }, { QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Backtab), -1 },
+             { QKeySequence(Qt::CTRL | Qt::Key_PageUp), -1 } }) {
+        auto* shortcut = new QShortcut(keys, this);
+        connect(shortcut, &QShortcut::activated, this, [this, step = step] { stepTab(step); });
     }
-    if (isPrivateTab(name))
-        info.peerNick = name;
-    TabInfo& stored = tabs.insert(name, info).value();
-    addTabPage(page, name);
-    return stored;
 }
 
-QString MainWindow::findPrivateChatTab(const QString& nick) const
+void MainWindow::stepTab(int step)
 {
-    for (auto it = tabs.cbegin(); it != tabs.cend(); ++it) {
-        if (!isPrivateTab(it.key()))
-            continue;
-        const QString peer = it->peerNick.isEmpty() ? it.key() : it->peerNick;
-        if (peer.compare(nick, Qt::CaseInsensitive) == 0)
-            return it.key();
-    }
-    return QString();
+    const int count = tabWidget->count();
+    if (count > 1)
+        tabWidget->setCurrentIndex((tabWidget->currentIndex() + step + count) % count);
 }
 
 void MainWindow::onTabChanged(int index)
 {
-    if (index < 0)
+    NetworkView* net = NetworkView::of(tabWidget->widget(index));
+    if (!net)
         return;
-    if (!currentTabName.isEmpty())
-        tabInputHistory.insert(currentTabName, inputLine->text());
+    if (m_currentNetwork && !currentTabName.isEmpty())
+        m_currentNetwork->tabInputHistory.insert(currentTabName, inputLine->text());
 
+    const bool otherNetwork = net != m_currentNetwork;
+    m_currentNetwork = net;
+    Session* s = net->session();
     currentTabName = tabKey(index);
-    auto it = tabs.find(currentTabName);
-    m_session->markRead(currentTabName);
-    m_session->setCurrentBuffer(currentTabName);
-    if (it != tabs.end() && it->highlighted) {
+    auto it = net->tabs.find(currentTabName);
+    s->markRead(currentTabName);
+    s->setCurrentBuffer(currentTabName);
+    if (it != net->tabs.end() && it->highlighted) {
         it->highlighted = false;
         tabBar->unhighlightTab(tabWidget->currentIndex());
     }
 
-    const bool isChannel = isChannelTab(currentTabName);
-    const bool isChat = isChannel || isPrivateTab(currentTabName);
+    const bool isChannel = net->isChannelTab(currentTabName);
+    const bool isChat = isChannel || net->isPrivateTab(currentTabName);
     updateUserListVisibility(isChannel);
     emojiButton->setVisible(isChat);
 
     bottomStack->setCurrentIndex(currentTabName == ListTab ? 1 : 0);
+    // One search field for the List tabs of every network.
+    if (currentTabName == ListTab && net->channelListModel
+        && net->channelListModel->filterText() != channelSearchEdit->text())
+        net->channelListModel->setFilterText(channelSearchEdit->text());
     inputLine->setPlaceholderText(currentTabName == ServerTab ? QStringLiteral("Type a command...")
                                                               : QStringLiteral("Type a message..."));
 
     userList->clear();
     if (isChannel) {
-        if (m_session->hasMembers(currentTabName))
-            userList->fill(m_session->members(currentTabName));
-        if (it != tabs.end() && it->topicBar) {
+        if (s->hasMembers(currentTabName))
+            userList->fill(s->members(currentTabName));
+        if (it != net->tabs.end() && it->topicBar) {
             it->topicBar->show();
-            updateTopicLabel(currentTabName);
-            updateTopicEditButton(currentTabName);
+            net->updateTopicLabel(currentTabName);
+            net->updateTopicEditButton(currentTabName);
         }
     }
 
     updateNickCompletionModel();
-    updateOwnUserAppearance();
-    inputLine->setText(tabInputHistory.value(currentTabName));
+    if (otherNetwork)
+        showNetworkState();
+    else
+        updateOwnUserAppearance();
+    inputLine->setText(net->tabInputHistory.value(currentTabName));
     updateCloseButtons();
     QTimer::singleShot(0, this, &MainWindow::adjustSplitterToRatio);
 }
 
+// A server tab closes its network, when it is not the only one.
 void MainWindow::closeTab(int index)
 {
-    if (index < 0 || index >= tabWidget->count())
+    NetworkView* net = NetworkView::of(tabWidget->widget(index));
+    if (!net)
         return;
     const QString name = tabKey(index);
-    if (name == ServerTab)
-        return;
-    if (name == ListTab) {
-        channelListPage = nullptr;
-        channelListWidget = nullptr;
-        channelListModel = nullptr;
-        listInfoLabel = nullptr;
-    }
-    // The session leaves the channel or stops watching the peer; the tab goes
-    // when it reports the buffer closed.
-    m_session->closeBuffer(name);
-}
-
-void MainWindow::onBufferClosed(const QString& name)
-{
-    const auto found = tabs.constFind(name);
-    if (found == tabs.cend())
-        return;
-    const int index = tabWidget->indexOf(found->widget);
-    // The tab bar keeps its blink marks by index: clear the marks from the
-    // closed tab on and set them again on the tabs that moved down.
-    for (int i = qMax(index, 0); index >= 0 && i < tabWidget->count(); ++i)
-        tabBar->unhighlightTab(i);
-    QWidget* page = found->widget;
-    if (index >= 0)
-        tabWidget->removeTab(index);
-    if (page)
-        page->deleteLater();
-    for (int i = qMax(index, 0); index >= 0 && i < tabWidget->count(); ++i) {
-        const QString key = tabKey(i);
-        if (key != currentTabName && tabs.value(key).highlighted)
-            tabBar->highlightTab(i);
-    }
-    tabs.remove(name);
-    tabInputHistory.remove(name);
-
-    if (currentTabName == name) {
-        currentTabName.clear();
-        updateUserListVisibility(false);
-        emojiButton->hide();
-        updateNickCompletionModel();
-    }
+    if (name != ServerTab)
+        net->closeTab(name);
+    else if (m_networks.size() > 1)
+        closeNetwork(net);
 }
 
 // A tab's title shows its name as it is: "&" would otherwise mark a shortcut
@@ -339,7 +264,7 @@ QString MainWindow::tabTitle(const QString& name)
 
 void MainWindow::showStartupWarning(const QString& text)
 {
-    m_session->addLine(ServerTab, QStringLiteral("*** ") + text);
+    session()->addLine(ServerTab, QStringLiteral("*** ") + text);
     auto* box = new QMessageBox(QMessageBox::Warning, QStringLiteral("Quenvar"), text, QMessageBox::Ok, this);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->setTextFormat(Qt::PlainText);
@@ -352,11 +277,11 @@ QString MainWindow::tabKey(int index) const
     return page ? page->property("tabKey").toString() : QString();
 }
 
-int MainWindow::addTabPage(QWidget* page, const QString& label)
+void MainWindow::addTabPage(QWidget* page, const QString& key, int index)
 {
-    page->setProperty("tabKey", label);
-    const int index = tabWidget->addTab(page, tabTitle(label));
-    tabWidget->setTabToolTip(index, label);
+    page->setProperty("tabKey", key);
+    index = tabWidget->insertTab(index, page, tabTitle(key));
+    tabWidget->setTabToolTip(index, key);
     // Each tab gets its own close button once; it finds its tab by its page.
     auto* button = new QPushButton(QString(QChar(0x00D7)), tabBar);
     button->setFlat(true);
@@ -369,7 +294,6 @@ int MainWindow::addTabPage(QWidget* page, const QString& label)
             closeTab(tabWidget->indexOf(target));
     });
     tabBar->setTabButton(index, QTabBar::LeftSide, button);
-    return index;
 }
 
 void MainWindow::updateCloseButtons()
@@ -425,25 +349,14 @@ void MainWindow::onTabContextMenu(const QPoint& pos)
     QAction* closeAction = menu.addAction(QStringLiteral("Close"));
     QAction* autojoinAction = menu.addAction(QStringLiteral("Autojoin on connect"));
     autojoinAction->setCheckable(true);
-    const bool contained = m_session->autojoinChannels().contains(key);
+    // The tab's own network, which need not be the current tab's.
+    Session* tabSession = NetworkView::of(tabWidget->widget(index))->session();
+    const bool contained = tabSession->autojoinChannels().contains(key);
     autojoinAction->setChecked(contained);
 
     QAction* chosen = menu.exec(tabBar->mapToGlobal(pos));
     if (chosen == closeAction)
         closeTab(index);
     else if (chosen == autojoinAction)
-        m_session->setAutojoin(key, !contained);
-}
-
-void MainWindow::highlightTab(const QString& tabName)
-{
-    // Only a tab the user is not looking at is marked; switching to it clears the mark.
-    auto it = tabs.find(tabName);
-    if (it == tabs.end() || it->highlighted || tabName == currentTabName)
-        return;
-    const int index = tabWidget->indexOf(it->widget);
-    if (index < 0)
-        return;
-    it->highlighted = true;
-    tabBar->highlightTab(index);
+        tabSession->setAutojoin(key, !contained);
 }

@@ -5,40 +5,36 @@
 
 #include <QList>
 #include <QMainWindow>
-#include <QMap>
 #include <QPointer>
 #include <QString>
 #include <QStringList>
 
-class ChannelListModel;
-class ChannelListPage;
 class ChatView;
 class HighlightTabBar;
 class MemberListView;
 class MyTabWidget;
+class NetworkView;
 class QAction;
 class QCompleter;
-class QLabel;
 class QLineEdit;
-class QModelIndex;
 class QPushButton;
 class QResizeEvent;
 class QSplitter;
 class QStackedWidget;
 class QSystemTrayIcon;
-class QTreeView;
 class Session;
-struct BufferLine;
 
-// The program's one top-level window: a view and controller of a session. A
-// tab per buffer of the session beside the member list of the current
-// channel, the input line below; what the user does goes to the session.
+// The program's one top-level window: a view and controller of the open
+// networks, each a NetworkView with its session and its tabs. The tabs of
+// all networks share one tab bar beside the member list of the current
+// channel, the input line below; what the user does goes to the network of
+// the current tab.
 //
 // The class is large, so its code is split by concern:
 //   MainWindow.cpp         construction, layout, tabs, closing, splitter
-//   MainWindowSession.cpp  what the session reports: rows, members, topics,
-//                          state, the channel list; the connect actions
-//   MainWindowLists.cpp    the member list's menus, the channel list page
+//   MainWindowSession.cpp  the networks: adding, closing, reopening, labels;
+//                          the connect actions
+//   MainWindowLists.cpp    the member list's menus
 //   MainWindowInput.cpp    the input line, commands and nick completion
 //   MainWindowDialogs.cpp  the away, nickname and topic dialogs, the emoji popup
 //   MainWindowMenus.cpp    menus, status bar, theme, tray, notifications,
@@ -48,78 +44,52 @@ class MainWindow : public QMainWindow, public PreferencesHost
     Q_OBJECT
 
 public:
-    // One tab's widgets, held by value in `tabs`.
-    struct TabInfo
-    {
-        QWidget* widget = nullptr; // the page, owned by the tab widget
-        ChatView* chatView = nullptr; // the page's message view
-        QString peerNick; // the peer of a private tab, else empty
-        QWidget* topicBar = nullptr; // the topic strip of a channel tab, else null
-        QLabel* topicLabel = nullptr;
-        QPushButton* editTopicBtn = nullptr;
-        bool highlighted = false; // the tab carries an unread mention
-    };
-
-    // Whether the window opens the connect dialog by itself once the event
-    // loop runs (the program does; tests and benchmarks drive the window
-    // themselves).
+    // What the window does by itself once the event loop runs: the program
+    // opens the connect dialog, or connects the networks open at the last
+    // exit again; tests and benchmarks drive a quiet window themselves.
     enum class Startup
     {
-        OpenConnectDialog,
+        Normal,
         Quiet,
     };
 
-    explicit MainWindow(QWidget* parent = nullptr, Startup startup = Startup::OpenConnectDialog);
+    explicit MainWindow(QWidget* parent = nullptr, Startup startup = Startup::Normal);
     ~MainWindow() override;
 
-    Session* session() const { return m_session; }
+    // The network of the current tab, and its session.
+    NetworkView* network() const;
+    Session* session() const;
+    // The open networks, in the order of their tabs.
+    const QList<NetworkView*>& networks() const { return m_networks; }
 
     // --- Tabs (MainWindow.cpp) ---
     void setupUI();
-    void createServerTab();
-    // Builds a page (topic strip for channels, the message view); it is
-    // neither registered nor added.
-    QWidget* createChannelTab(const QString& name, bool isChannel);
-    bool isChannelTab(const QString& key) const;
     QStringList completionCandidates() const;
     // A problem found at start: a row in the server tab and a box that does not block.
     void showStartupWarning(const QString& text);
     static QString tabTitle(const QString& name);
-    // The name of the tab at index (its buffer, "Server" or "List").
+    // The name of the tab at index in its network (its buffer, "Server" or "List").
     QString tabKey(int index) const;
     void applyConnectionPreferences() override;
-    bool isPrivateTab(const QString& key) const;
-    // Registers a page under name, adds it with name as label and tool tip and
-    // returns its record.
-    TabInfo& registerTab(const QString& name, QWidget* page);
-    QString findPrivateChatTab(const QString& nick) const;
     void updateUserListVisibility(bool isChannel);
     void adjustSplitterToRatio();
-    void highlightTab(const QString& tabName);
-    // Adds page as a tab with label as text and tool tip, and its close button.
-    int addTabPage(QWidget* page, const QString& label);
+    // Inserts page as a tab at index under key, and its close button.
+    void addTabPage(QWidget* page, const QString& key, int index);
     // Styles the close buttons for the current tab.
     void updateCloseButtons();
 
-    // --- Rows (MainWindowSession.cpp) ---
-    // Adds a row to the session's buffer tabName (its tab is created when
-    // missing): timestamp, sender and message.
-    void appendMessageToTab(const QString& tabName, const QString& message, const QString& sender,
-        bool isService);
-    // Rows appended between these calls (in any tab) share one edit block per
-    // view, so every view lays out once. Batches nest. Without an explicit
-    // batch, the rows appended before control returns to the event loop are
-    // batched anyway.
-    void beginAppendBatch();
-    void endAppendBatch();
+    // --- Networks (MainWindowSession.cpp) ---
+    // A new network with its server tab, last in the tab bar.
+    NetworkView* addNetwork();
+    // Labels as the user reads them: the key alone while one network is open;
+    // with several, the server tab names its network, and tabs whose name is
+    // open on another network too carry their network in brackets.
+    void updateTabLabels();
 
-    // --- Member list, channel list (MainWindowLists.cpp) ---
+    // --- Member list (MainWindowLists.cpp) ---
     void updateOwnUserAppearance();
-    // Builds the "List" tab once.
-    void createListTab();
-    // The menu's "Channel List" and "/list": once registered, opens the list
-    // tab emptied, switches to it and sends LIST.
-    void requestChannelList();
+    // The status bar, the away action and the own entry for the current network.
+    void showNetworkState();
 
     // --- Input line (MainWindowInput.cpp) ---
     // Marks the completion word list stale; it is rebuilt the next time it is
@@ -147,10 +117,6 @@ public:
     void applyChatBackground(ChatView* view);
     ChatPreferences& chatPreferences() override { return prefs; }
     QString theme() const override { return currentTheme; }
-
-    // --- Topic strip (MainWindowSession.cpp) ---
-    void updateTopicLabel(const QString& channel);
-    void updateTopicEditButton(const QString& channel);
 
 public slots:
     void onTabChanged(int index);
@@ -192,11 +158,6 @@ public:
     QLineEdit* channelSearchEdit = nullptr;
     QStackedWidget* bottomStack = nullptr;
     MemberListView* userList = nullptr;
-    // The "List" tab's table and its rows; null while there is no list tab.
-    ChannelListPage* channelListPage = nullptr;
-    QTreeView* channelListWidget = nullptr;
-    ChannelListModel* channelListModel = nullptr;
-    QLabel* listInfoLabel = nullptr;
     QSplitter* splitter = nullptr;
     HighlightTabBar* tabBar = nullptr;
     QCompleter* nickCompleter = nullptr;
@@ -205,39 +166,24 @@ public:
     QAction* awayAction = nullptr;
     QAction* changeNickAction = nullptr;
 
-    // Tabs by key (the buffer's name, or "List").
-    QMap<QString, TabInfo> tabs;
+    // The key of the current tab in its network.
     QString currentTabName;
     bool adjustSplitterEnabled = true;
     bool userListShouldBeVisible = false;
-    // Per tab key, the unsent text of the input line.
-    QMap<QString, QString> tabInputHistory;
 
 private:
-    void connectSession();
-    void onBufferOpened(const QString& buffer);
-    void onBufferClosed(const QString& buffer);
-    void onBufferRenamed(const QString& oldName, const QString& newName);
-    void onLineAdded(const QString& buffer, const BufferLine& line);
-    void onMembersReset(const QString& channel);
-    void onMemberRenamed(const QString& channel, const QString& oldName, const QString& newName);
-    void onAwayChanged(bool away);
     void refreshNickCompletionModel();
     void setCompletionWords(const QStringList& words);
-    void openPrivateChat(const QString& nick);
-    QString timestampText(qint64 msecs);
+    // Asks, then quits the network and closes its tabs (never the last one).
+    void closeNetwork(NetworkView* network);
+    // The connect dialog, or the networks open at the last exit.
+    void startNetworks();
+    // The next (+1) or previous (-1) tab, round the end.
+    void stepTab(int step);
 
-    Session* m_session = nullptr;
-
-    // The last timestamp text and the second (or millisecond) it is for.
-    qint64 m_timestampKey = -1;
-    QString m_timestampCacheFormat;
-    QString m_timestampText;
+    QList<NetworkView*> m_networks;
+    QPointer<NetworkView> m_currentNetwork;
 
     // The completion word list needs rebuilding before its next use.
     bool m_completionStale = true;
-
-    // Views holding an open edit block of the current explicit batch.
-    int m_appendBatchDepth = 0;
-    QList<QPointer<ChatView>> m_batchViews;
 };

@@ -14,10 +14,10 @@
 
 void MainWindow::onSetAway()
 {
-    if (!m_session->isConnected())
+    if (!session()->isConnected())
         return;
-    if (m_session->isAway()) {
-        m_session->setBack(true);
+    if (session()->isAway()) {
+        session()->setBack(true);
         return;
     }
     QString reason;
@@ -26,22 +26,22 @@ void MainWindow::onSetAway()
     if (!runTextDialog(this, currentTheme, fields, &reason))
         return;
     reason = reason.trimmed();
-    m_session->setAway(reason.isEmpty() ? QStringLiteral("Away") : reason);
+    session()->setAway(reason.isEmpty() ? QStringLiteral("Away") : reason);
 }
 
 void MainWindow::onChangeNick()
 {
-    if (!m_session->isConnected())
+    if (!session()->isConnected())
         return;
     QString nick;
     const TextDialogFields fields { QStringLiteral("Change Nickname"), 400, QStringLiteral("New nickname:"),
-        m_session->nick(), QStringLiteral("Enter new nickname"), QStringLiteral("Change") };
+        session()->nick(), QStringLiteral("Enter new nickname"), QStringLiteral("Change") };
     if (!runTextDialog(this, currentTheme, fields, &nick))
         return;
     nick = nick.trimmed();
-    if (nick.isEmpty() || nick == m_session->nick())
+    if (nick.isEmpty() || nick == session()->nick())
         return;
-    m_session->changeNick(nick);
+    session()->changeNick(nick);
 }
 
 void MainWindow::toggleEmojiPicker()
@@ -58,15 +58,15 @@ void MainWindow::toggleEmojiPicker()
 
 void MainWindow::editTopic(const QString& channel)
 {
-    if (!m_session->isConnected())
+    if (!session()->isConnected())
         return;
-    if (!m_session->isOperator(channel)) {
+    if (!session()->isOperator(channel)) {
         QMessageBox::warning(this, QStringLiteral("Permission denied"),
             QStringLiteral("You must be an operator to change the topic."), QMessageBox::Ok);
         return;
     }
-    EditTopicDialog dialog(channel, m_session->topic(channel), currentTheme, this);
+    EditTopicDialog dialog(channel, session()->topic(channel), currentTheme, this);
     if (dialog.exec() != QDialog::Accepted)
         return;
-    m_session->setTopic(channel, dialog.newTopic());
+    session()->setTopic(channel, dialog.newTopic());
 }

@@ -7,6 +7,7 @@
 #include "InputCommand.h"
 #include "MemberList.h"
 #include "MyTabWidget.h"
+#include "NetworkView.h"
 #include "Session.h"
 
 #include <QAction>
@@ -30,9 +31,10 @@ void MainWindow::onSendInput()
 {
     const QString line = inputLine->text();
     inputLine->clear();
-    tabInputHistory.insert(currentTabName, QString());
+    NetworkView* net = network();
+    net->tabInputHistory.insert(currentTabName, QString());
 
-    Session* session = m_session;
+    Session* session = net->session();
     const InputCommand command
         = InputCommand::parse(line, currentTabName, session->connection()->serverSupport().chanTypes);
     // Help, Clear and Close concern only the window; the rest waits for a connection.
@@ -43,8 +45,8 @@ void MainWindow::onSendInput()
     if (!local && !session->isConnected()) {
         // Nothing typed is lost: it waits in the line until the link is back.
         inputLine->setText(line);
-        tabInputHistory.insert(currentTabName, line);
-        session->addLine(tabs.contains(currentTabName) && currentTabName != Session::ListPage ? currentTabName : ServerTab,
+        net->tabInputHistory.insert(currentTabName, line);
+        session->addLine(net->tabs.contains(currentTabName) && currentTabName != Session::ListPage ? currentTabName : ServerTab,
             QStringLiteral("*** Not connected."));
         return;
     }
@@ -82,7 +84,7 @@ void MainWindow::onSendInput()
                 QStringLiteral("*** Please wait for registration to complete before using /list."));
             break;
         }
-        requestChannelList();
+        net->requestChannelList();
         break;
     case InputCommand::Type::Away:
         session->setAway(command.text);
@@ -139,20 +141,20 @@ void MainWindow::onSendInput()
         // Back to an open conversation with the nick, whatever its case there.
         const QString open = session->findQuery(command.target);
         const QString nick = open.isEmpty() ? command.target : open;
-        openPrivateChat(nick);
+        net->openPrivateChat(nick);
         if (!command.text.isEmpty())
             session->sendMessage(nick, command.text);
         break;
     }
     case InputCommand::Type::Close: {
-        const auto it = tabs.constFind(command.target);
-        if (it != tabs.cend())
+        const auto it = net->tabs.constFind(command.target);
+        if (it != net->tabs.cend())
             closeTab(tabWidget->indexOf(it->widget));
         break;
     }
     case InputCommand::Type::Clear: {
-        const auto it = tabs.constFind(command.target);
-        if (it != tabs.cend() && it->chatView)
+        const auto it = net->tabs.constFind(command.target);
+        if (it != net->tabs.cend() && it->chatView)
             it->chatView->clearMessages();
         session->clearBuffer(command.target);
         break;
@@ -171,7 +173,7 @@ void MainWindow::onSendInput()
 
 void MainWindow::onJoinChannel()
 {
-    if (!m_session->isConnected()) {
+    if (!session()->isConnected()) {
         QMessageBox::warning(this, QStringLiteral("Error"), QStringLiteral("Not connected."), QMessageBox::Ok);
         return;
     }
@@ -180,7 +182,7 @@ void MainWindow::onJoinChannel()
         QStringLiteral("Channel name (e.g. #linux):"), QLineEdit::Normal, QString(), &ok);
     if (!ok || name.isEmpty())
         return;
-    m_session->join(InputCommand::channelName(name, m_session->connection()->serverSupport().chanTypes));
+    session()->join(InputCommand::channelName(name, session()->connection()->serverSupport().chanTypes));
 }
 
 // --- Nick completion ----------------------------------------------------------------
@@ -242,15 +244,16 @@ void MainWindow::refreshNickCompletionModel()
 QStringList MainWindow::completionCandidates() const
 {
     QStringList words;
-    if (isChannelTab(currentTabName) && m_session->hasMembers(currentTabName)) {
-        const QStringList users = m_session->members(currentTabName);
+    const NetworkView* net = network();
+    if (net->isChannelTab(currentTabName) && net->session()->hasMembers(currentTabName)) {
+        const QStringList users = session()->members(currentTabName);
         words.reserve(users.size() + 1);
         for (const QString& name : users)
             words.append(MemberList::stripModePrefix(name));
-    } else if (!isChannelTab(currentTabName) && currentTabName != ServerTab) {
+    } else if (!net->isChannelTab(currentTabName) && currentTabName != ServerTab) {
         words.append(currentTabName);
     }
-    words.append(m_session->nick());
+    words.append(session()->nick());
     words.removeDuplicates();
     return words;
 }

@@ -8,6 +8,7 @@
 #include "InfoBoxes.h"
 #include "MemberListView.h"
 #include "MyTabWidget.h"
+#include "NetworkView.h"
 #include "PreferencesDialog.h"
 #include "IrcText.h"
 #include "Session.h"
@@ -62,7 +63,7 @@ void MainWindow::setupMenuBar()
 
     QMenu* channel = bar->addMenu(QStringLiteral("&Channel"));
     noRole(channel->addAction(QStringLiteral("&Join channel..."), this, &MainWindow::onJoinChannel));
-    noRole(channel->addAction(QStringLiteral("Channel &List"), this, &MainWindow::requestChannelList));
+    noRole(channel->addAction(QStringLiteral("Channel &List"), this, [this] { network()->requestChannelList(); }));
 
     QMenu* settings = bar->addMenu(QStringLiteral("&Settings"));
     noRole(settings->addAction(QStringLiteral("&Preferences..."), this, &MainWindow::openPreferencesWindow));
@@ -95,13 +96,13 @@ void MainWindow::updateStatusBar()
         label->setTextFormat(Qt::PlainText);
         bar->addPermanentWidget(label);
     }
-    if (!m_session->isConnected()) {
+    if (!session()->isConnected()) {
         bar->setStyleSheet(QStringLiteral("QStatusBar { background-color: #f8d7da; }"));
         label->setText(QStringLiteral("Disconnected"));
     } else {
         bar->setStyleSheet(QStringLiteral("QStatusBar { background-color: #d4edda; }"));
         label->setText(
-            QStringLiteral("Connected to %1 as %2").arg(m_session->host(), m_session->nick()));
+            QStringLiteral("Connected to %1 as %2").arg(session()->host(), session()->nick()));
     }
 }
 
@@ -167,10 +168,13 @@ void MainWindow::applyConnectionPreferences()
     policy.enabled = prefs.autoReconnect;
     policy.delaySec = qBound(1, prefs.reconnectDelay, Session::MaxReconnectDelaySec);
     policy.maxAttempts = qBound(0, prefs.reconnectAttempts, 100);
-    m_session->setReconnectPolicy(policy);
-    m_session->setAcceptInvalidCertificates(prefs.acceptInvalidSsl);
-    m_session->setLogging(prefs.logEnabled, prefs.logPath, &IrcText::stripFormatting);
-    m_session->setKeepAlive(qBound(10, prefs.pingInterval, 600), qBound(5, prefs.pingTimeout, 120));
+    for (const NetworkView* network : std::as_const(m_networks)) {
+        Session* session = network->session();
+        session->setReconnectPolicy(policy);
+        session->setAcceptInvalidCertificates(prefs.acceptInvalidSsl);
+        session->setLogging(prefs.logEnabled, prefs.logPath, &IrcText::stripFormatting);
+        session->setKeepAlive(qBound(10, prefs.pingInterval, 600), qBound(5, prefs.pingTimeout, 120));
+    }
 }
 
 QFont MainWindow::currentChatFont() const
@@ -190,19 +194,23 @@ void MainWindow::applyChatFont()
                                                : QStringLiteral("%1px").arg(font.pixelSize());
     inputLine->setStyleSheet(
         QStringLiteral("QLineEdit { padding: 4px 8px; font-family: \"%1\"; font-size: %2; }").arg(family, size));
-    for (const TabInfo& info : std::as_const(tabs)) {
-        if (info.chatView) {
-            info.chatView->setFont(font);
-            info.chatView->setTimestampFormat(prefs.timestampFormat);
+    for (const NetworkView* network : std::as_const(m_networks)) {
+        for (const NetworkView::TabInfo& info : network->tabs) {
+            if (info.chatView) {
+                info.chatView->setFont(font);
+                info.chatView->setTimestampFormat(prefs.timestampFormat);
+            }
         }
     }
 }
 
 void MainWindow::applyChatBackground()
 {
-    for (const TabInfo& info : std::as_const(tabs)) {
-        if (info.chatView)
-            applyChatBackground(info.chatView);
+    for (const NetworkView* network : std::as_const(m_networks)) {
+        for (const NetworkView::TabInfo& info : network->tabs) {
+            if (info.chatView)
+                applyChatBackground(info.chatView);
+        }
     }
 }
 

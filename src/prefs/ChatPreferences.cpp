@@ -27,6 +27,7 @@ void ChatPreferences::load(ChatPreferences& prefs)
         }
     }
 
+    prefs.reopenNetworks = settings.value(QStringLiteral("reopenNetworks"), true).toBool();
     prefs.autoReconnect = settings.value(QStringLiteral("autoReconnect"), true).toBool();
     prefs.reconnectDelay = settings.value(QStringLiteral("reconnectDelay"), 10).toInt();
     prefs.reconnectAttempts = settings.value(QStringLiteral("reconnectAttempts"), 0).toInt();

@@ -213,6 +213,10 @@ QWidget* PreferencesDialog::buildNetworkPage()
     QFormLayout* form = newFormLayout(page);
     const QString wideSpin = QStringLiteral("prefsWideSpin");
 
+    reopenNetworksCheck = new QCheckBox(tr("Reopen the networks open at exit"), page);
+    reopenNetworksCheck->setChecked(m_host->chatPreferences().reopenNetworks);
+    form->addRow(reopenNetworksCheck);
+
     autoReconnectCheck = new QCheckBox(tr("Auto-reconnect on disconnect"), page);
     autoReconnectCheck->setChecked(m_host->chatPreferences().autoReconnect);
     form->addRow(autoReconnectCheck);
@@ -325,14 +329,15 @@ void PreferencesDialog::saveAndApply()
     prefs.chatBgImage = m_selectedBgImage;
     prefs.chatBgColor = m_selectedBgColor;
     m_host->applyChatBackground();
-    m_host->applyConnectionPreferences();
 
+    prefs.reopenNetworks = reopenNetworksCheck->isChecked();
     prefs.autoReconnect = autoReconnectCheck->isChecked();
     prefs.reconnectDelay = reconnectDelaySpin->value();
     prefs.reconnectAttempts = reconnectAttemptsSpin->value();
     prefs.pingInterval = pingIntervalSpin->value();
     prefs.pingTimeout = pingTimeoutSpin->value();
     prefs.acceptInvalidSsl = sslCheck->isChecked();
+    m_host->applyConnectionPreferences();
 
     QSettings settings;
     settings.setValue(QStringLiteral("theme"), theme);
@@ -345,6 +350,7 @@ void PreferencesDialog::saveAndApply()
     settings.setValue(QStringLiteral("chatBgImage"), prefs.chatBgImage);
     settings.setValue(QStringLiteral("chatBgColor"),
         prefs.chatBgColor.isValid() ? prefs.chatBgColor.name() : QString());
+    settings.setValue(QStringLiteral("reopenNetworks"), prefs.reopenNetworks);
     settings.setValue(QStringLiteral("autoReconnect"), prefs.autoReconnect);
     settings.setValue(QStringLiteral("reconnectDelay"), prefs.reconnectDelay);
     settings.setValue(QStringLiteral("reconnectAttempts"), prefs.reconnectAttempts);

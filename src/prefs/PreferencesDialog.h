@@ -66,6 +66,7 @@ private:
     QCheckBox* highlightCheck = nullptr;
     QCheckBox* soundCheck = nullptr;
     QComboBox* userSortCombo = nullptr;
+    QCheckBox* reopenNetworksCheck = nullptr;
     QCheckBox* autoReconnectCheck = nullptr;
     QSpinBox* reconnectDelaySpin = nullptr;
     QSpinBox* reconnectAttemptsSpin = nullptr;

@@ -19,6 +19,8 @@ struct ChatPreferences
     // Rows kept per conversation; 0 keeps them all.
     int scrollbackLines = 0;
     // Connection.
+    // At start, connect the networks open at the last exit again.
+    bool reopenNetworks = true;
     bool autoReconnect = true;
     int reconnectDelay = 10;
     int reconnectAttempts = 0;

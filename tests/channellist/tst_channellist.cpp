@@ -4,6 +4,7 @@
 #include "ChatView.h"
 #include "IRCConnection.h"
 #include "MainWindow.h"
+#include "NetworkView.h"
 #include "Session.h"
 #include "MyTabWidget.h"
 #include "TestMain.h"
@@ -31,7 +32,7 @@ QStringList names(const ChannelListModel& model)
 QStringList serverRows(MainWindow* window)
 {
     QStringList rows;
-    for (const QString& row : chatRows(window->tabs.value("Server").chatView))
+    for (const QString& row : chatRows(window->network()->tabs.value("Server").chatView))
         rows << row.section(QLatin1Char('\t'), -1);
     return rows;
 }
@@ -147,16 +148,16 @@ private slots:
     void listingFilterRelistAndClose()
     {
         listThree();
-        QVERIFY(w->channelListWidget && w->channelListModel);
-        QCOMPARE(w->tabs.value("List").chatView, nullptr);
+        QVERIFY(w->network()->channelListWidget && w->network()->channelListModel);
+        QCOMPARE(w->network()->tabs.value("List").chatView, nullptr);
         // The bottom strip holds the channel search field on the list tab.
         QCOMPARE(w->bottomStack->currentWidget(), w->channelSearchEdit);
         // Largest first, the counts numeric.
-        QCOMPARE(names(*w->channelListModel), (QStringList { "#apple", "#Linux", "#small" }));
-        QVERIFY(w->channelListWidget->isSortingEnabled());
-        QCOMPARE(w->channelListWidget->header()->sortIndicatorSection(), 1);
-        QCOMPARE(w->channelListWidget->header()->sortIndicatorOrder(), Qt::DescendingOrder);
-        QCOMPARE(w->listInfoLabel->text(), QStringLiteral("irc.test: 3 channels, 34 users"));
+        QCOMPARE(names(*w->network()->channelListModel), (QStringList { "#apple", "#Linux", "#small" }));
+        QVERIFY(w->network()->channelListWidget->isSortingEnabled());
+        QCOMPARE(w->network()->channelListWidget->header()->sortIndicatorSection(), 1);
+        QCOMPARE(w->network()->channelListWidget->header()->sortIndicatorOrder(), Qt::DescendingOrder);
+        QCOMPARE(w->network()->listInfoLabel->text(), QStringLiteral("irc.test: 3 channels, 34 users"));
         QVERIFY(!w->session()->isReceivingList());
         const QStringList rows = serverRows(w);
         QVERIFY(rows.contains("*** Receiving channel list..."));
@@ -167,26 +168,26 @@ private slots:
 
         // Typing in the search field filters the table.
         QTest::keyClicks(w->channelSearchEdit, "LIN");
-        QCOMPARE(names(*w->channelListModel), (QStringList { "#Linux", "#small" }));
+        QCOMPARE(names(*w->network()->channelListModel), (QStringList { "#Linux", "#small" }));
         w->channelSearchEdit->clear();
-        QCOMPARE(w->channelListModel->rowCount(), 3);
+        QCOMPARE(w->network()->channelListModel->rowCount(), 3);
 
         // Another listing starts from an empty table, left unsorted while it arrives.
-        w->requestChannelList();
-        QCOMPARE(w->channelListModel->rowCount(), 0);
-        QCOMPARE(w->listInfoLabel->text(), QStringLiteral("Server: loading..."));
+        w->network()->requestChannelList();
+        QCOMPARE(w->network()->channelListModel->rowCount(), 0);
+        QCOMPARE(w->network()->listInfoLabel->text(), QStringLiteral("Server: loading..."));
         h->serverSays(":irc.test 321 mynick Channel :Users Name\n"
                       ":irc.test 322 mynick #new 3 :fresh");
         QVERIFY(w->session()->isReceivingList());
-        QVERIFY(!w->channelListWidget->isSortingEnabled());
-        QCOMPARE(names(*w->channelListModel), QStringList { "#new" });
+        QVERIFY(!w->network()->channelListWidget->isSortingEnabled());
+        QCOMPARE(names(*w->network()->channelListModel), QStringList { "#new" });
 
         // Closing the tab forgets its widgets; the rest of the listing is ignored.
-        w->closeTab(w->tabWidget->indexOf(w->tabs.value("List").widget));
-        QVERIFY(!w->tabs.contains("List"));
-        QCOMPARE(w->channelListWidget, nullptr);
-        QCOMPARE(w->channelListModel, nullptr);
-        QCOMPARE(w->listInfoLabel, nullptr);
+        w->closeTab(w->tabWidget->indexOf(w->network()->tabs.value("List").widget));
+        QVERIFY(!w->network()->tabs.contains("List"));
+        QCOMPARE(w->network()->channelListWidget, nullptr);
+        QCOMPARE(w->network()->channelListModel, nullptr);
+        QCOMPARE(w->network()->listInfoLabel, nullptr);
         h->serverSays(":irc.test 322 mynick #late 1 :x\n"
                       ":irc.test 323 mynick :End of channel list.");
         QVERIFY(!w->session()->isReceivingList());
@@ -196,17 +197,17 @@ private slots:
     {
         listThree();
         h->peer->clear();
-        const int row = names(*w->channelListModel).indexOf("#Linux");
-        w->channelListPage->onDoubleClicked(w->channelListModel->index(row, 2));
+        const int row = names(*w->network()->channelListModel).indexOf("#Linux");
+        w->network()->channelListPage->onDoubleClicked(w->network()->channelListModel->index(row, 2));
         QCOMPARE(w->currentTabName, QStringLiteral("#Linux"));
-        QVERIFY(w->tabs.value("#Linux").topicBar);
+        QVERIFY(w->network()->tabs.value("#Linux").topicBar);
         QVERIFY(h->peerGot("JOIN #Linux"));
 
         // An existing tab: switch to it and join again.
-        w->tabWidget->setCurrentWidget(w->tabs.value("List").widget);
+        w->tabWidget->setCurrentWidget(w->network()->tabs.value("List").widget);
         h->peer->clear();
         const int tabsBefore = w->tabWidget->count();
-        w->channelListPage->onDoubleClicked(w->channelListModel->index(row, 0));
+        w->network()->channelListPage->onDoubleClicked(w->network()->channelListModel->index(row, 0));
         QCOMPARE(w->currentTabName, QStringLiteral("#Linux"));
         QCOMPARE(w->tabWidget->count(), tabsBefore);
         QVERIFY(h->peerGot("JOIN #Linux"));
@@ -214,8 +215,8 @@ private slots:
         // Disconnected: nothing.
         w->session()->connection()->disconnectFromServer();
         QTRY_VERIFY(!w->session()->connection()->isConnected());
-        w->channelListPage->onDoubleClicked(w->channelListModel->index(0, 0));
-        QVERIFY(!w->tabs.contains("#apple"));
+        w->network()->channelListPage->onDoubleClicked(w->network()->channelListModel->index(0, 0));
+        QVERIFY(!w->network()->tabs.contains("#apple"));
     }
 
     void contextMenuJoinsAndTogglesAutojoin()
@@ -223,31 +224,31 @@ private slots:
         listThree();
         w->show();
         QVERIFY(QTest::qWaitForWindowExposed(w));
-        const QPoint onFirstRow = w->channelListWidget->visualRect(w->channelListModel->index(0, 0)).center();
+        const QPoint onFirstRow = w->network()->channelListWidget->visualRect(w->network()->channelListModel->index(0, 0)).center();
 
         QStringList items;
         onNextMenu(QString(), &items);
-        w->channelListPage->showContextMenu(onFirstRow);
+        w->network()->channelListPage->showContextMenu(onFirstRow);
         QCOMPARE(items, (QStringList { "Join #apple", "Autojoin on connect" }));
 
         h->peer->clear();
         onNextMenu("Join #apple");
-        w->channelListPage->showContextMenu(onFirstRow);
+        w->network()->channelListPage->showContextMenu(onFirstRow);
         QVERIFY(h->peerGot("JOIN #apple"));
-        QVERIFY(!w->tabs.contains("#apple")); // the tab comes with the server's JOIN
+        QVERIFY(!w->network()->tabs.contains("#apple")); // the tab comes with the server's JOIN
 
         onNextMenu("Autojoin on connect");
-        w->channelListPage->showContextMenu(onFirstRow);
+        w->network()->channelListPage->showContextMenu(onFirstRow);
         QCOMPARE(w->session()->autojoinChannels(), QStringList { "#apple" });
         QCOMPARE(serverRows(w).last(), QStringLiteral("*** Added #apple to autojoin list"));
         onNextMenu("Autojoin on connect");
-        w->channelListPage->showContextMenu(onFirstRow);
+        w->network()->channelListPage->showContextMenu(onFirstRow);
         QVERIFY(w->session()->autojoinChannels().isEmpty());
         QCOMPARE(serverRows(w).last(), QStringLiteral("*** Removed #apple from autojoin list"));
 
         // Empty space: no menu.
         const ModalDriver::HandlePtr menu = onNextMenu(QString(), &items);
-        w->channelListPage->showContextMenu(QPoint(5, w->channelListWidget->viewport()->height() - 2));
+        w->network()->channelListPage->showContextMenu(QPoint(5, w->network()->channelListWidget->viewport()->height() - 2));
         QTest::qWait(50);
         menu->cancelled = true;
         QVERIFY(!menu->handled);
@@ -257,9 +258,9 @@ private slots:
     {
         w->applyTheme("dark");
         listThree();
-        QVERIFY(w->channelListWidget->styleSheet().contains("background-color: #1E1E1E"));
+        QVERIFY(w->network()->channelListWidget->styleSheet().contains("background-color: #1E1E1E"));
         w->applyTheme("light");
-        QVERIFY(w->channelListWidget->styleSheet().contains("background-color: #1E1E1E"));
+        QVERIFY(w->network()->channelListWidget->styleSheet().contains("background-color: #1E1E1E"));
     }
 };
 

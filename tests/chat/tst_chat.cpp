@@ -3,6 +3,7 @@
 #include "IRCConnection.h"
 #include "IrcText.h"
 #include "MainWindow.h"
+#include "NetworkView.h"
 #include "Session.h"
 #include "MemberList.h"
 #include "MemberListView.h"
@@ -94,7 +95,7 @@ private:
     void say(const QString& tab, const QString& text, const QString& sender = QStringLiteral("bob"),
         bool service = false)
     {
-        w->appendMessageToTab(tab, text, sender, service);
+        w->session()->addLine(tab, text, sender, service);
     }
 
     // Enter pressed on text in the input line.
@@ -111,7 +112,7 @@ private:
         return w->inputLine->text();
     }
 
-    ChatView* view(const QString& tab) const { return w->tabs.value(tab).chatView; }
+    ChatView* view(const QString& tab) const { return w->network()->tabs.value(tab).chatView; }
     Row lastRow(const QString& tab) const { return { view(tab), view(tab)->rowCount() - 1 }; }
 
     // The message texts of a tab's rows, in order, trimmed.
@@ -239,7 +240,7 @@ private slots:
         w->closeTab(indexOf("#a"));
         QTRY_COMPARE_WITH_TIMEOUT(h->peer->lines(), QStringList { "PART #a :Leaving" }, 5000);
         QCOMPARE(lastMessage("Server"), QStringLiteral("*** You left #a"));
-        QVERIFY(!w->tabInputHistory.contains(QStringLiteral("#a")));
+        QVERIFY(!w->network()->tabInputHistory.contains(QStringLiteral("#a")));
         QVERIFY(w->session()->hasMembers(QStringLiteral("#a")));
 
         // The server's echo of the part, then someone else's line, after the
@@ -425,14 +426,14 @@ private slots:
         say("#chan", "x");
 
         say(tab, message, sender);
-        QCOMPARE(w->tabs.value(tab).highlighted, marked);
+        QCOMPARE(w->network()->tabs.value(tab).highlighted, marked);
         QCOMPARE(w->tabBar->isHighlighted(indexOf(tab)), marked && tab != QLatin1String("#side"));
         QCOMPARE(notification(), notice);
 
         // Switching to the tab clears the mark.
         switchTo("Server");
         switchTo(tab);
-        QVERIFY(!w->tabs.value(tab).highlighted && !w->tabBar->isHighlighted(indexOf(tab)));
+        QVERIFY(!w->network()->tabs.value(tab).highlighted && !w->tabBar->isHighlighted(indexOf(tab)));
     }
 
     void mentionFollowsTheOwnNick()
@@ -441,16 +442,16 @@ private slots:
         say("#chan", "x");
         switchTo("Server");
         say("#chan", "first!");
-        QVERIFY(w->tabs.value(QStringLiteral("#chan")).highlighted);
+        QVERIFY(w->network()->tabs.value(QStringLiteral("#chan")).highlighted);
         switchTo("#chan");
         switchTo("Server");
 
         // The server confirms a new nick: the old one is no longer a mention.
         emit w->session()->connection()->nickChanged(QStringLiteral("first"), QStringLiteral("second"));
         say("#chan", "first!");
-        QVERIFY(!w->tabs.value(QStringLiteral("#chan")).highlighted);
+        QVERIFY(!w->network()->tabs.value(QStringLiteral("#chan")).highlighted);
         say("#chan", "hi second");
-        QVERIFY(w->tabs.value(QStringLiteral("#chan")).highlighted);
+        QVERIFY(w->network()->tabs.value(QStringLiteral("#chan")).highlighted);
     }
 
     void hostileTextStaysText_data()
@@ -496,7 +497,7 @@ private slots:
         // Nothing of a batch shows before it is over; then the view follows
         // the last row.
         const int rangeBefore = chat->verticalScrollBar()->maximum();
-        w->beginAppendBatch();
+        w->network()->beginAppendBatch();
         const QStringList nicks { "alice", "averyveryverylongnickname", "Eve" };
         for (int i = 0; i < 100; ++i)
             say("#chan", QStringLiteral("message %1, see https://example.org/page/%1").arg(i),
@@ -505,7 +506,7 @@ private slots:
         QTest::qWait(50);
         QVERIFY(chat->inBatch());
         QCOMPARE(chat->verticalScrollBar()->maximum(), rangeBefore);
-        w->endAppendBatch();
+        w->network()->endAppendBatch();
         QTRY_VERIFY_WITH_TIMEOUT(!chat->inBatch(), 5000);
         QCOMPARE(chat->rowCount(), 102);
         QVERIFY(chat->isAtEnd());
@@ -577,7 +578,7 @@ private slots:
             showMembers("#c", { "@bob", entry });
             QCOMPARE(w->session()->isOperator(QStringLiteral("#c")), op);
             // The topic button follows it.
-            QCOMPARE(!w->tabs.value(QStringLiteral("#c")).editTopicBtn->isHidden(), op);
+            QCOMPARE(!w->network()->tabs.value(QStringLiteral("#c")).editTopicBtn->isHidden(), op);
         }
     }
 
@@ -610,8 +611,8 @@ private slots:
         QVERIFY(notification().isEmpty());
         QVERIFY(!w->tabBar->isHighlighted(indexOf("Carl")));
         say("Carl", "again", "Carl");
-        QCOMPARE(w->findPrivateChatTab(QStringLiteral("CARL")), QStringLiteral("Carl"));
-        QCOMPARE(w->findPrivateChatTab(QStringLiteral("#c")), QString());
+        QCOMPARE(w->network()->findPrivateChatTab(QStringLiteral("CARL")), QStringLiteral("Carl"));
+        QCOMPARE(w->network()->findPrivateChatTab(QStringLiteral("#c")), QString());
 
         // The server watches each peer once, while the tab is open.
         w->closeTab(indexOf("Carl"));
@@ -754,7 +755,7 @@ private slots:
         QCOMPARE(view("bob")->rowCount(), 0);
         QCOMPARE(w->session()->lineCount("bob"), 0);
         type("/close");
-        QVERIFY(!w->tabs.contains("bob"));
+        QVERIFY(!w->network()->tabs.contains("bob"));
         QVERIFY(!w->session()->hasBuffer("bob"));
     }
 
@@ -974,7 +975,7 @@ private slots:
             (QStringList { "*** WHOIS ghost: @ ()", "*** ghost is an IRC operator",
                 "*** ghost is using irc.x (Info)" }));
         QVERIFY(!w->session()->isGatheringWhois());
-        QVERIFY(!w->tabs.contains(QStringLiteral("ignored")));
+        QVERIFY(!w->network()->tabs.contains(QStringLiteral("ignored")));
     }
 };
 

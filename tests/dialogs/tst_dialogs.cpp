@@ -8,6 +8,7 @@
 #include "IRCConnection.h"
 #include "IrcText.h"
 #include "MainWindow.h"
+#include "NetworkView.h"
 #include "MemberListView.h"
 #include "Session.h"
 #include "ModalDriver.h"
@@ -32,7 +33,7 @@ namespace {
 // The message column of every row of a tab.
 QStringList messages(MainWindow* window, const QString& tab)
 {
-    return chatMessages(window->tabs.value(tab).chatView);
+    return chatMessages(window->network()->tabs.value(tab).chatView);
 }
 
 // Answers the next away or nickname dialog: types `text` into its field and
@@ -84,7 +85,7 @@ private slots:
     void dialogsNeedAConnection()
     {
         QFETCH(int, which);
-        w->appendMessageToTab("#c", "x", "bob", false);
+        w->session()->addLine("#c", "x", "bob", false);
         const auto dialog = ModalDriver::onModal<QDialog>([](QDialog* d) { d->reject(); });
         if (which == 0)
             w->onSetAway();
@@ -136,7 +137,7 @@ private slots:
     {
         QVERIFY(h->connectAndRegister("me"));
         h->serverSays(":me!u@h JOIN :#a\n:irc.test 353 me = #a :@me bob\n:irc.test 366 me #a :End");
-        w->tabWidget->setCurrentWidget(w->tabs.value("#a").widget);
+        w->tabWidget->setCurrentWidget(w->network()->tabs.value("#a").widget);
         QStringList seen;
         answerTextDialog("brb", true, &seen);
         w->awayAction->trigger();
@@ -203,7 +204,7 @@ private slots:
     void nickChangeWhileAwayComesBackFirst()
     {
         QVERIFY(h->connect("me"));
-        w->appendMessageToTab("#a", "x", "bob", false);
+        w->session()->addLine("#a", "x", "bob", false);
         answerTextDialog("gone", true);
         w->onSetAway();
         QTRY_COMPARE_WITH_TIMEOUT(messages(w, "#a").count("is away (gone)"), 1, 5000);
@@ -223,8 +224,8 @@ private slots:
     {
         w->show();
         QVERIFY(QTest::qWaitForWindowExposed(w));
-        w->appendMessageToTab("#a", "x", "bob", false);
-        w->tabWidget->setCurrentWidget(w->tabs.value("#a").widget);
+        w->session()->addLine("#a", "x", "bob", false);
+        w->tabWidget->setCurrentWidget(w->network()->tabs.value("#a").widget);
         w->inputLine->setText("hello world");
         w->inputLine->setCursorPosition(5);
 
@@ -249,7 +250,7 @@ private slots:
     {
         QVERIFY(h->connectAndRegister("me"));
         h->serverSays(":me!u@h JOIN :#c\n:irc.test 353 me = #c :%me bob\n:irc.test 366 me #c :End");
-        QPushButton* pencil = w->tabs.value("#c").editTopicBtn;
+        QPushButton* pencil = w->network()->tabs.value("#c").editTopicBtn;
         QVERIFY(!pencil->isHidden());
         h->serverSays(":irc.test 353 me = #c :+me bob\n:irc.test 366 me #c :End");
         QVERIFY(pencil->isHidden());
@@ -267,7 +268,7 @@ private slots:
         QVERIFY(h->connectAndRegister("me"));
         h->serverSays(":me!u@h JOIN :#chan\n:irc.test 353 me = #chan :@me\n:irc.test 366 me #chan :End\n"
                       ":irc.test 332 me #chan :old \x1Dtopic");
-        QLabel* label = w->tabs.value("#chan").topicLabel;
+        QLabel* label = w->network()->tabs.value("#chan").topicLabel;
         QCOMPARE(label->text(), IrcText::ircTopicToHtml("old \x1Dtopic"));
         QString opened;
         ModalDriver::onModal<EditTopicDialog>([&opened](EditTopicDialog* dialog) {
@@ -276,7 +277,7 @@ private slots:
             field->setPlainText("  new topic  ");
             dialog->accept();
         });
-        w->tabs.value("#chan").editTopicBtn->click();
+        w->network()->tabs.value("#chan").editTopicBtn->click();
         QCOMPARE(opened, QStringLiteral("old \x1Dtopic")); // the raw codes, to edit
         QVERIFY(h->peerGot("TOPIC #chan :new topic"));
         // Shown at once, without waiting for the server.

@@ -8,6 +8,7 @@
 #include "ChatView.h"
 #include "IRCConnection.h"
 #include "MainWindow.h"
+#include "NetworkView.h"
 #include "MemberListView.h"
 #include "Session.h"
 #include "MyTabWidget.h"
@@ -68,7 +69,7 @@ private:
     std::unique_ptr<WindowHarness> h;
     MainWindow* w = nullptr;
 
-    QString shown(const QString& tab) const { return chatRows(w->tabs.value(tab).chatView).join(QLatin1Char('\n')); }
+    QString shown(const QString& tab) const { return chatRows(w->network()->tabs.value(tab).chatView).join(QLatin1Char('\n')); }
 
     // After an attack: the window answers an ordinary line at once, and no
     // view holds a link but http, https and mailto.
@@ -76,10 +77,10 @@ private:
     {
         QVERIFY(w->session()->connection()->isConnected());
         h->serverSays(":friend!f@h PRIVMSG #calm :an ordinary line");
-        ChatView* view = w->tabs.value("#calm").chatView;
+        ChatView* view = w->network()->tabs.value("#calm").chatView;
         QTRY_VERIFY_WITH_TIMEOUT(!view->inBatch(), 5000);
         QVERIFY(lastChatRow(view).endsWith(" an ordinary line"));
-        for (const MainWindow::TabInfo& tab : std::as_const(w->tabs)) {
+        for (const NetworkView::TabInfo& tab : std::as_const(w->network()->tabs)) {
             if (!tab.chatView)
                 continue;
             for (int row = 0; row < tab.chatView->rowCount(); ++row) {
@@ -126,11 +127,11 @@ private slots:
         text += QByteArray("mid\0dle", 7) + "\x7f end";
         h->serverSays(":bob!b@h PRIVMSG #calm :" + text);
         // One row, the text kept around the controls.
-        const QString row = lastChatRow(w->tabs.value("#calm").chatView);
+        const QString row = lastChatRow(w->network()->tabs.value("#calm").chatView);
         QVERIFY(row.contains("start"));
         QVERIFY(row.contains(" end"));
         h->serverSays(":bob!b@h TOPIC #calm :x\n:irc.test 332 me #calm :" + text);
-        QVERIFY(w->tabs.value("#calm").topicLabel->text().contains("start"));
+        QVERIFY(w->network()->tabs.value("#calm").topicLabel->text().contains("start"));
 
         h->serverSays(":bob!b@h PRIVMSG #calm :bad \xff\xfe bytes\n"
                       ":bob!b@h PRIVMSG #calm :overlong \xc0\xaf slash\n"
@@ -144,7 +145,7 @@ private slots:
 
     void fiftyThousandJoins()
     {
-        w->tabWidget->setCurrentWidget(w->tabs.value("#calm").widget);
+        w->tabWidget->setCurrentWidget(w->network()->tabs.value("#calm").widget);
         h->serverSays(":irc.test 353 me = #calm :@me\n:irc.test 366 me #calm :End");
         const long before = rssKb();
         QByteArray joins;
@@ -170,7 +171,7 @@ private slots:
         QVERIFY(shown("#calm").contains("from a nick with markup %1"));
 
         // The topic strip is rich text: the markup arrives escaped.
-        const QString topic = w->tabs.value("#calm").topicLabel->text();
+        const QString topic = w->network()->tabs.value("#calm").topicLabel->text();
         QVERIFY(!topic.contains("<script", Qt::CaseInsensitive));
         QVERIFY(!topic.contains("<img", Qt::CaseInsensitive));
         QVERIFY(!topic.contains("<b>bold"));
@@ -196,11 +197,11 @@ private slots:
         const QByteArray nick(60000, 'n');
         h->serverSays(
             ":" + nick + "!u@h PRIVMSG #calm :long nick here\n:" + nick + "!u@h PRIVMSG me :and privately");
-        const QString row = lastChatRow(w->tabs.value("#calm").chatView);
+        const QString row = lastChatRow(w->network()->tabs.value("#calm").chatView);
         // (At most 15 characters, fewer when they are wider than the column.)
         QVERIFY(row.contains(QString(8, QLatin1Char('n')) + QChar(0x2026)));
         QVERIFY(!row.contains(QString(16, QLatin1Char('n'))));
-        QVERIFY(w->tabs.contains(QString::fromLatin1(nick)));
+        QVERIFY(w->network()->tabs.contains(QString::fromLatin1(nick)));
         stillWorks();
     }
 
@@ -229,7 +230,7 @@ private slots:
                       ":irc.test 366 me #calm :End");
         // A member list for a channel never joined is kept, but no tab or
         // member row appears for it.
-        QVERIFY(!w->tabs.contains("#never"));
+        QVERIFY(!w->network()->tabs.contains("#never"));
         QVERIFY(w->tabWidget->count() <= tabsBefore + 2);
         QCOMPARE(w->userList->count(), members);
 
@@ -238,11 +239,11 @@ private slots:
                       ":irc.test 322 me #a 5 :before any start\n"
                       ":irc.test 366 me #calm :End\n:irc.test 353 me = #calm :@me late\n");
         QVERIFY(!w->session()->isReceivingList());
-        w->requestChannelList();
+        w->network()->requestChannelList();
         h->serverSays(":irc.test 322 me #b 7 :no start\n:irc.test 321 me Channel :Users Name\n"
                       ":irc.test 322 me #c 9 :after start");
         QVERIFY(w->session()->isReceivingList());
-        QCOMPARE(w->channelListModel->rowCount(), 2);
+        QCOMPARE(w->network()->channelListModel->rowCount(), 2);
         h->serverSays(":irc.test 323 me :End of channel list.\n:irc.test 323 me :and again");
         QVERIFY(!w->session()->isReceivingList());
         stillWorks();
@@ -252,9 +253,9 @@ private slots:
     {
         // What the user is typing survives the drop and the reconnect, in the
         // current tab and as the draft of another.
-        w->tabWidget->setCurrentWidget(w->tabs.value("Server").widget);
+        w->tabWidget->setCurrentWidget(w->network()->tabs.value("Server").widget);
         w->inputLine->setText("/join #draft-of-server");
-        w->tabWidget->setCurrentWidget(w->tabs.value("#calm").widget);
+        w->tabWidget->setCurrentWidget(w->network()->tabs.value("#calm").widget);
         w->inputLine->setText("half-typed reply");
         h->peer->send(":bob!b@h PRIVMSG #calm :half a li");
         QTest::qWait(50);
@@ -267,7 +268,7 @@ private slots:
         QVERIFY(!shown("#calm").contains("half a line"));
         QVERIFY(shown("#calm").contains("fresh"));
         QCOMPARE(w->inputLine->text(), QStringLiteral("half-typed reply"));
-        w->tabWidget->setCurrentWidget(w->tabs.value("Server").widget);
+        w->tabWidget->setCurrentWidget(w->network()->tabs.value("Server").widget);
         QCOMPARE(w->inputLine->text(), QStringLiteral("/join #draft-of-server"));
         stillWorks();
     }

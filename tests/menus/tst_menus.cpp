@@ -7,6 +7,7 @@
 #include "HighlightTabBar.h"
 #include "IRCConnection.h"
 #include "MainWindow.h"
+#include "NetworkView.h"
 #include "MemberListView.h"
 #include "Session.h"
 #include "ModalDriver.h"
@@ -49,7 +50,7 @@ QString statusText(MainWindow* window)
 
 QColor viewBackground(MainWindow* window, const QString& tab)
 {
-    return window->tabs.value(tab).chatView->palette().color(QPalette::Base);
+    return window->network()->tabs.value(tab).chatView->palette().color(QPalette::Base);
 }
 
 // Opens the box behind `trigger` and closes it with its OK button. Returns
@@ -140,7 +141,7 @@ private slots:
         // "Channel List" before registration does nothing.
         QAction* list = w->menuBar()->actions().at(2)->menu()->actions().at(1);
         list->trigger();
-        QVERIFY(!w->tabs.contains("List"));
+        QVERIFY(!w->network()->tabs.contains("List"));
         QVERIFY(h->connectAndRegister());
         list->trigger();
         QCOMPARE(w->currentTabName, QStringLiteral("List"));
@@ -176,8 +177,8 @@ private slots:
     void tabContextMenu()
     {
         QVERIFY(h->connect());
-        w->appendMessageToTab("#a", "x", "bob", false);
-        w->appendMessageToTab("bob", "x", "bob", false);
+        w->session()->addLine("#a", "x", "bob", false);
+        w->session()->addLine("bob", "x", "bob", false);
         w->show();
         // "Server" has no menu.
         const auto none = onNextMenu(QString());
@@ -196,11 +197,11 @@ private slots:
 
         onNextMenu("Close");
         w->onTabContextMenu(tabCentre(w, "#a"));
-        QVERIFY(!w->tabs.contains("#a"));
+        QVERIFY(!w->network()->tabs.contains("#a"));
         QVERIFY(h->peerGot("PART #a"));
         onNextMenu("Close");
         w->onTabContextMenu(tabCentre(w, "bob"));
-        QVERIFY(!w->tabs.contains("bob"));
+        QVERIFY(!w->network()->tabs.contains("bob"));
         QCOMPARE(w->tabWidget->count(), 1);
     }
 
@@ -260,10 +261,10 @@ private slots:
         w->resize(800, 400);
         w->show();
         QVERIFY(QTest::qWaitForWindowExposed(w));
-        w->appendMessageToTab("#a", "x", "bob", false);
-        w->appendMessageToTab("#b", "x", "bob", false);
+        w->session()->addLine("#a", "x", "bob", false);
+        w->session()->addLine("#b", "x", "bob", false);
         w->tabWidget->setCurrentIndex(0);
-        w->highlightTab("#b");
+        w->network()->highlightTab("#b");
         w->applyTheme("dark");
         QCOMPARE(QSettings().value("theme").toString(), QStringLiteral("dark"));
         QCOMPARE(w->currentTheme, QStringLiteral("dark"));
@@ -271,15 +272,15 @@ private slots:
         QCOMPARE(w->userList->styleSheet(), QStringLiteral("QListView { border: 1px solid #555; }"));
         QVERIFY(w->tabWidget->styleSheet().contains("background: #3A3A3A"));
         QVERIFY(w->tabWidget->styleSheet().contains("color: #EEEEEE"));
-        for (const MainWindow::TabInfo& tab : std::as_const(w->tabs)) {
+        for (const NetworkView::TabInfo& tab : std::as_const(w->network()->tabs)) {
             QCOMPARE(tab.chatView->palette().color(QPalette::Base), QColor("#1E1E1E"));
             QVERIFY(tab.chatView->styleSheet().contains("border: 1px solid #555"));
         }
         // New tabs take the current background.
-        w->appendMessageToTab("bob", "hi", "bob", false);
+        w->session()->addLine("bob", "hi", "bob", false);
         QCOMPARE(viewBackground(w, "bob"), QColor("#1E1E1E"));
         // Highlighted titles take the theme's colour (in the lit phase of their blinking).
-        const QRect title = w->tabBar->tabRect(w->tabWidget->indexOf(w->tabs.value("#b").widget));
+        const QRect title = w->tabBar->tabRect(w->tabWidget->indexOf(w->network()->tabs.value("#b").widget));
         QTRY_VERIFY_WITH_TIMEOUT(paints(w->tabBar, title, qRgb(0xFF, 0xD7, 0x00)), 3000);
 
         w->applyTheme("light");
@@ -318,7 +319,7 @@ private slots:
     {
         // Without a stored font the views take the member list's.
         QVERIFY(!w->prefs.chatFontChosen);
-        QCOMPARE(w->tabs.value("Server").chatView->font(), w->userList->font());
+        QCOMPARE(w->network()->tabs.value("Server").chatView->font(), w->userList->font());
 
         QTemporaryDir dir;
         const QString image = dir.filePath("bg.png");
@@ -335,18 +336,18 @@ private slots:
         QCOMPARE(w->currentTheme, QStringLiteral("dark"));
         QCOMPARE(w->styleSheet(), ThemeManager::globalStyleSheet("dark"));
         QVERIFY(w->prefs.chatFontChosen);
-        QCOMPARE(w->tabs.value("Server").chatView->font().pointSize(), 17);
+        QCOMPARE(w->network()->tabs.value("Server").chatView->font().pointSize(), 17);
         QCOMPARE(w->inputLine->font().family(), font.family());
 
         // A tab opened later reads in the same font.
-        w->appendMessageToTab("#a", "x", "bob", false);
-        QCOMPARE(w->tabs.value("#a").chatView->font().pointSize(), 17);
+        w->session()->addLine("#a", "x", "bob", false);
+        QCOMPARE(w->network()->tabs.value("#a").chatView->font().pointSize(), 17);
         w->show();
         QVERIFY(QTest::qWaitForWindowExposed(w));
-        for (const MainWindow::TabInfo& tab : std::as_const(w->tabs))
+        for (const NetworkView::TabInfo& tab : std::as_const(w->network()->tabs))
             QVERIFY(tab.chatView->styleSheet().contains(
                 "border-image: url(\"" + image + "\") 0 0 0 0 stretch stretch;"));
-        const QImage shot = w->tabs.value("#a").chatView->grab().toImage();
+        const QImage shot = w->network()->tabs.value("#a").chatView->grab().toImage();
         QCOMPARE(QColor(shot.pixel(shot.width() / 2, shot.height() / 2)), QColor(Qt::darkCyan));
     }
 
@@ -400,7 +401,7 @@ private slots:
         }
         chatter += ":bob!u@h PRIVMSG alice :a private word\n";
         h->serverSays(chatter);
-        w->tabWidget->setCurrentWidget(w->tabs.value("#quenvar").widget);
+        w->tabWidget->setCurrentWidget(w->network()->tabs.value("#quenvar").widget);
         for (const QString& theme : { QStringLiteral("light"), QStringLiteral("dark"), QStringLiteral("glass") }) {
             w->applyTheme(theme);
             QTest::qWait(100);
@@ -408,7 +409,7 @@ private slots:
         }
         w->applyTheme("light");
 
-        h->window->requestChannelList();
+        h->window->network()->requestChannelList();
         h->serverSays(":irc.test 321 alice Channel :Users Name\n"
                       ":irc.test 322 alice #linux 120 :All about the Linux kernel\n"
                       ":irc.test 322 alice #games 45 :Online games and chat\n"
@@ -429,7 +430,7 @@ private slots:
         }
 
         // The emoji popup in both themes, and the topic editor.
-        w->tabWidget->setCurrentWidget(w->tabs.value("#quenvar").widget);
+        w->tabWidget->setCurrentWidget(w->network()->tabs.value("#quenvar").widget);
         for (const QString& theme : { QStringLiteral("light"), QStringLiteral("dark") }) {
             EmojiPicker picker(w, theme);
             picker.show();

@@ -3,6 +3,7 @@
 #include "IRCConnection.h"
 #include "LinePeer.h"
 #include "MainWindow.h"
+#include "NetworkView.h"
 #include "Session.h"
 #include "ModalDriver.h"
 

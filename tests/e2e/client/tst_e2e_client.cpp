@@ -13,6 +13,7 @@
 #include "HighlightTabBar.h"
 #include "InspircdServer.h"
 #include "MainWindow.h"
+#include "NetworkView.h"
 #include "MemberListView.h"
 #include "Session.h"
 #include "ModalDriver.h"
@@ -90,7 +91,7 @@ private:
     QStringList rows(const QString& tab) const
     {
         QStringList result;
-        const ChatView* view = w->tabs.value(tab).chatView;
+        const ChatView* view = w->network()->tabs.value(tab).chatView;
         if (!view)
             return result;
         for (const QString& line : chatRows(view)) {
@@ -124,14 +125,14 @@ private:
         w->onSendInput();
     }
 
-    void switchTo(const QString& tab) { w->tabWidget->setCurrentWidget(w->tabs.value(tab).widget); }
+    void switchTo(const QString& tab) { w->tabWidget->setCurrentWidget(w->network()->tabs.value(tab).widget); }
 
     // Joins channel from the window and waits for its member list.
     bool joinFromWindow(const QString& channel)
     {
         type(QStringLiteral("/join ") + channel);
         return QTest::qWaitFor([&] { return w->session()->hasMembers(channel); }, kTimeout)
-            && w->tabs.contains(channel);
+            && w->network()->tabs.contains(channel);
     }
 
 private slots:
@@ -195,7 +196,7 @@ private slots:
         QVERIFY(shows("#auto1", "<dlgnick> joined #auto1"));
         QVERIFY(rows("Server").contains("*** Autojoining #auto1"));
         QCOMPARE(rows("Server").filter("linux"), QStringList());
-        QVERIFY(!w->tabs.contains("linux") && !w->tabs.contains("#linux"));
+        QVERIFY(!w->network()->tabs.contains("linux") && !w->network()->tabs.contains("#linux"));
         QCOMPARE(w->session()->autojoinChannels(), stored.autojoinChannels);
 
         // /autojoin toggles a channel in the stored record.
@@ -229,7 +230,7 @@ private slots:
         w->onDisconnectTriggered();
         QTRY_COMPARE_WITH_TIMEOUT(rows("Server").count("*** Disconnected."), 2, kTimeout);
         QVERIFY(!w->session()->connection()->isConnected());
-        QVERIFY(w->tabs.contains("#auto1"));
+        QVERIFY(w->network()->tabs.contains("#auto1"));
         QVERIFY(w->session()->hasMembers("#auto1"));
         QCOMPARE(w->userList->count(), 0);
         QVERIFY(!w->session()->isAway());
@@ -308,7 +309,7 @@ private slots:
         carl->sendLine("KICK #carls newme :bye");
         QVERIFY(shows("#carls", "*** You were kicked from #carls by carl (bye)"));
         QCOMPARE(w->userList->count(), 0);
-        QVERIFY(w->tabs.contains("#carls"));
+        QVERIFY(w->network()->tabs.contains("#carls"));
 
         // The server tab reads as text, not protocol: replies once each, no
         // raw lines, not the server's PINGs.
@@ -328,8 +329,8 @@ private slots:
         QVERIFY(dave->join("#t18"));
         QVERIFY(joinFromWindow("#t18"));
         QVERIFY(QTest::qWaitFor([&] { return w->session()->members("#t18").size() == 2; }, kTimeout));
-        const auto editable = [this] { return w->tabs.value("#t18").editTopicBtn->isVisibleTo(w.get()); };
-        const auto dimmed = [this] { return w->tabBar->isTabDimmed(w->tabWidget->indexOf(w->tabs.value("#t18").widget)); };
+        const auto editable = [this] { return w->network()->tabs.value("#t18").editTopicBtn->isVisibleTo(w.get()); };
+        const auto dimmed = [this] { return w->tabBar->isTabDimmed(w->tabWidget->indexOf(w->network()->tabs.value("#t18").widget)); };
         struct Step
         {
             QString line; // from dave, or typed when it starts with "/"
@@ -358,7 +359,7 @@ private slots:
                 dave->sendLine(step.line);
             QVERIFY2(shows(step.tab, step.row), qPrintable(step.line));
             if (step.line.startsWith("TOPIC"))
-                QVERIFY(w->tabs.value("#t18").topicLabel->text().contains("a new topic"));
+                QVERIFY(w->network()->tabs.value("#t18").topicLabel->text().contains("a new topic"));
             if (step.line == "MODE #t18 +o ircme")
                 QVERIFY(QTest::qWaitFor([&] { return listed("@ircme") && editable(); }, kTimeout));
             if (step.line.startsWith("MODE #t18 +v"))
@@ -369,7 +370,7 @@ private slots:
                 QVERIFY(QTest::qWaitFor([&] { return listed("@dave") && !dimmed(); }, kTimeout));
         }
         QVERIFY(!dave->waitForLine("NOTICE dave :\x01VERSION Quenvar 2.0\x01").isEmpty());
-        QVERIFY(w->tabs.contains("#t18"));
+        QVERIFY(w->network()->tabs.contains("#t18"));
     }
 
     // Typed commands as another user on the server sees them: one row a
@@ -472,8 +473,8 @@ private slots:
         erin->sendLine("PRIVMSG #who :privme: look at this");
         QVERIFY(shows("#who", "<erin> privme: look at this"));
         QVERIFY(rows("#who").contains("<erin> hello there"));
-        QVERIFY(w->tabs.value("#who").highlighted);
-        QVERIFY(!w->tabs.value("#quiet").highlighted);
+        QVERIFY(w->network()->tabs.value("#who").highlighted);
+        QVERIFY(!w->network()->tabs.value("#quiet").highlighted);
 
         // The WHOIS summary goes to the tab it was asked from, the away line last.
         switchTo("#who");
@@ -525,7 +526,7 @@ private slots:
         type("/list");
         QCOMPARE(w->currentTabName, "List");
         QVERIFY(shows("Server", "*** Channel list complete."));
-        ChannelListModel* model = w->channelListModel;
+        ChannelListModel* model = w->network()->channelListModel;
         QVERIFY(model->rowCount() >= 2);
         // Largest first: #listed-one has two members.
         QCOMPARE(model->channelAt(0).name, "#listed-one");
@@ -534,7 +535,7 @@ private slots:
         int users = 0;
         for (int row = 0; row < model->rowCount(); ++row)
             users += model->channelAt(row).userCount;
-        QCOMPARE(w->listInfoLabel->text(),
+        QCOMPARE(w->network()->listInfoLabel->text(),
             QStringLiteral("irc.test: %1 channels, %2 users").arg(model->rowCount()).arg(users));
     }
 
@@ -545,7 +546,7 @@ private slots:
         // The channel's creator is its operator.
         QVERIFY(joinFromWindow("#topic"));
         QTRY_VERIFY_WITH_TIMEOUT(w->session()->isOperator("#topic"), kTimeout);
-        QVERIFY(!w->tabs.value("#topic").editTopicBtn->isHidden());
+        QVERIFY(!w->network()->tabs.value("#topic").editTopicBtn->isHidden());
         QVERIFY(jack->join("#topic"));
         jack->skipReceived();
 
@@ -555,7 +556,7 @@ private slots:
         });
         w->editTopic("#topic");
         QVERIFY(!jack->waitForLine(" TOPIC #topic :\002fresh\002 topic$").isEmpty());
-        QVERIFY(w->tabs.value("#topic").topicLabel->text().contains("<b>fresh</b>"));
+        QVERIFY(w->network()->tabs.value("#topic").topicLabel->text().contains("<b>fresh</b>"));
 
         // Losing the status hides the button once the member list says so.
         type("/raw MODE #topic +o jack");
@@ -564,7 +565,7 @@ private slots:
         QVERIFY(jack->sync());
         type("/raw NAMES #topic");
         QTRY_VERIFY_WITH_TIMEOUT(!w->session()->isOperator("#topic"), kTimeout);
-        QVERIFY(w->tabs.value("#topic").editTopicBtn->isHidden());
+        QVERIFY(w->network()->tabs.value("#topic").editTopicBtn->isHidden());
     }
 
     // 300 new senders at once: 50 conversations open, the other first
@@ -598,7 +599,7 @@ private slots:
             [&] { return rows("Server").filter(QStringLiteral("> are you there?")).size() == 250; }, 60000));
         ticker.stop();
         int queries = 0;
-        for (auto it = w->tabs.cbegin(); it != w->tabs.cend(); ++it)
+        for (auto it = w->network()->tabs.cbegin(); it != w->network()->tabs.cend(); ++it)
             queries += it.key().startsWith(QLatin1String("flood")) ? 1 : 0;
         QCOMPARE(queries, Session::QueryBurstLimit);
         QCOMPARE(rows("Server").filter(QStringLiteral("*** Many new private conversations")).size(), 1);
