@@ -101,8 +101,11 @@ void MainWindow::updateStatusBar()
         label->setText(QStringLiteral("Disconnected"));
     } else {
         bar->setStyleSheet(QStringLiteral("QStatusBar { background-color: #d4edda; }"));
-        label->setText(
-            QStringLiteral("Connected to %1 as %2").arg(session()->host(), session()->nick()));
+        // With several networks open, which one this is.
+        QString server = session()->host();
+        if (m_networks.size() > 1 && network()->name() != server)
+            server = QStringLiteral("%1 (%2)").arg(network()->name(), server);
+        label->setText(QStringLiteral("Connected to %1 as %2").arg(server, session()->nick()));
     }
 }
 

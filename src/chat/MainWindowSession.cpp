@@ -41,6 +41,7 @@ void MainWindow::closeNetwork(NetworkView* network)
         m_networks.value(at, m_networks.last())->showTab(ServerTab);
     network->close();
     updateTabLabels();
+    updateStatusBar();
 }
 
 void MainWindow::startNetworks()

@@ -151,7 +151,11 @@ void NetworkView::connectSession()
         m_window->updateTabLabels();
     });
     // The network's name comes with the server's ISUPPORT lines.
-    connect(s->connection(), &IRCConnection::serverSupportChanged, this, [this] { m_window->updateTabLabels(); });
+    connect(s->connection(), &IRCConnection::serverSupportChanged, this, [this] {
+        if (isCurrent())
+            m_window->updateStatusBar();
+        m_window->updateTabLabels();
+    });
     connect(s, &Session::ownNickChanged, this, [this] {
         if (isCurrent())
             m_window->updateOwnUserAppearance();
@@ -387,8 +391,10 @@ void NetworkView::onLineAdded(const QString& buffer, const BufferLine& line)
     highlightTab(buffer);
     if (isShown(buffer))
         return;
+    // Titled as the tab is, with its network when another one has the same name.
+    const QString title = m_window->tabWidget->tabToolTip(m_window->tabWidget->indexOf(it->widget));
     if (isChannelTab(buffer))
-        m_window->showNotification(buffer, QStringLiteral("%1: %2").arg(line.sender, notificationBody(line.text)));
+        m_window->showNotification(title, QStringLiteral("%1: %2").arg(line.sender, notificationBody(line.text)));
     else
         m_window->showNotification(line.sender, notificationBody(line.text));
 }

@@ -197,6 +197,7 @@ bool InspircdServer::writeConfig()
     config.replace(QStringLiteral("@PORT@"), QString::number(m_port));
     config.replace(QStringLiteral("@TLSPORT@"), QString::number(m_tlsPort));
     config.replace(QStringLiteral("@PINGFREQ@"), QString::number(m_pingFrequency));
+    config.replace(QStringLiteral("network=\"QuenvarTest\""), QStringLiteral("network=\"%1\"").arg(m_networkName));
     if (m_stockFloodLimits) {
         config.replace(QStringLiteral("recvq=\"1M\""), QStringLiteral("recvq=\"8192\""));
         config.replace(QStringLiteral("threshold=\"1000000\" commandrate=\"1000000\" fakelag=\"no\""),

@@ -37,6 +37,9 @@ public:
     // fake-lagged and, past its receive queue, killed) instead of the
     // permissive one the other tests use. Takes effect on the next start().
     void setStockFloodLimits(bool stock) { m_stockFloodLimits = stock; }
+    // The network name the server announces (ISUPPORT NETWORK; "QuenvarTest"
+    // unless set). Takes effect on the next start().
+    void setNetworkName(const QString& name) { m_networkName = name; }
     // Ports for the first launch attempt (0 = any free port). When one of them
     // turns out to be taken, start() carries on with free ports, as it does
     // when another process takes a port between picking and binding.
@@ -90,6 +93,7 @@ private:
     quint16 m_firstTlsPort = 0;
     int m_pingFrequency = 120;
     bool m_stockFloodLimits = false;
+    QString m_networkName = QStringLiteral("QuenvarTest");
     int m_launchAttempts = 0;
     int m_lastExitCode = -1;
 };

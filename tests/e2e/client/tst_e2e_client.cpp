@@ -63,10 +63,12 @@ private:
     }
 
     // Opens the connect dialog as the user does, fills it in and presses
-    // Connect; the other users register meanwhile. True once all have.
+    // Connect (to the test server unless `server` is given); the other users
+    // register meanwhile. True once all have.
     bool connectAs(const QString& nick, const QList<RawIrcClient*>& others = {},
-        const QString& realName = QStringLiteral("Window User"))
+        const QString& realName = QStringLiteral("Window User"), InspircdServer* server = nullptr)
     {
+        server = server ? server : m_server.get();
         w->showConnectDialog();
         auto* dialog = w->findChild<ConnectDialog*>();
         if (!dialog || !dialog->isVisible())
@@ -74,24 +76,24 @@ private:
         const auto fill = [dialog](const char* field, const QString& text) {
             dialog->findChild<QLineEdit*>(QLatin1String(field))->setText(text);
         };
-        fill("serverEdit", m_server->host());
-        fill("portEdit", QString::number(m_server->port()));
+        fill("serverEdit", server->host());
+        fill("portEdit", QString::number(server->port()));
         fill("nickEdit", nick);
         fill("realNameEdit", realName);
         fill("channelsEdit", QString());
         dialog->findChild<QCheckBox*>("sslCheck")->setChecked(false);
         dialog->onConnectClicked();
-        return RawIrcClient::registerAll(others, m_server->host(), m_server->port())
+        return RawIrcClient::registerAll(others, server->host(), server->port())
             && QTest::qWaitFor(
                 [this] { return w->session()->connection()->isConnected() && w->session()->connection()->isRegistered(); }, kTimeout);
     }
 
     // A tab's rows as "<sender> message", or only the message where the row
-    // has no sender.
-    QStringList rows(const QString& tab) const
+    // has no sender; the tab of the current network unless one is given.
+    QStringList rows(const QString& tab, const NetworkView* network = nullptr) const
     {
         QStringList result;
-        const ChatView* view = w->network()->tabs.value(tab).chatView;
+        const ChatView* view = (network ? network : w->network())->tabs.value(tab).chatView;
         if (!view)
             return result;
         for (const QString& line : chatRows(view)) {
@@ -108,11 +110,11 @@ private:
     }
 
     // Waits until tab shows row; tells what it shows instead otherwise.
-    bool shows(const QString& tab, const QString& row, int timeoutMs = kTimeout) const
+    bool shows(const QString& tab, const QString& row, const NetworkView* network = nullptr) const
     {
-        if (QTest::qWaitFor([&] { return rows(tab).contains(row); }, timeoutMs))
+        if (QTest::qWaitFor([&] { return rows(tab, network).contains(row); }, kTimeout))
             return true;
-        qWarning().noquote() << tab << "has no row" << row << "but:\n" << rows(tab).join(QLatin1Char('\n'));
+        qWarning().noquote() << tab << "has no row" << row << "but:\n" << rows(tab, network).join(QLatin1Char('\n'));
         return false;
     }
 
@@ -566,6 +568,101 @@ private slots:
         type("/raw NAMES #topic");
         QTRY_VERIFY_WITH_TIMEOUT(!w->session()->isOperator("#topic"), kTimeout);
         QVERIFY(w->network()->tabs.value("#topic").editTopicBtn->isHidden());
+    }
+
+    // Two servers at once, each with a #same: rows and typed lines stay on
+    // their own network, the labels tell the networks apart, Ctrl+Tab walks
+    // through both, both come back at the next start, and closing one
+    // leaves the other working.
+    void twoNetworksAtOnce()
+    {
+        InspircdServer other;
+        other.setNetworkName(QStringLiteral("OtherNet"));
+        QVERIFY2(other.start(), qPrintable(other.errorString()));
+        RawIrcClient* ann = user("ann");
+        RawIrcClient* bea = user("bea");
+        QVERIFY(connectAs("onenick", { ann }));
+        QVERIFY(joinFromWindow("#same"));
+        type("/autojoin #same");
+        NetworkView* one = w->network();
+        QCOMPARE(w->tabWidget->tabText(0), "Server");
+        QVERIFY(connectAs("twonick", { bea }, "Window User", &other));
+        NetworkView* two = w->network();
+        QCOMPARE(w->networks(), (QList<NetworkView*> { one, two }));
+        QVERIFY(joinFromWindow("#same"));
+        type("/autojoin #same");
+        const auto labels = [this] {
+            QStringList texts;
+            for (int i = 0; i < w->tabWidget->count(); ++i)
+                texts << w->tabWidget->tabText(i);
+            return texts;
+        };
+        const QStringList both { "QuenvarTest", "#same [QuenvarTest]", "OtherNet", "#same [OtherNet]" };
+        QTRY_COMPARE_WITH_TIMEOUT(labels(), both, kTimeout);
+        QCOMPARE(status()->text(), "Connected to OtherNet (127.0.0.1) as twonick");
+
+        // Rows and commands stay on their network. A tab opened later joins
+        // its network's group, and the marks of the tabs after it move along.
+        QVERIFY(ann->join("#same") && bea->join("#same"));
+        type("/me waves");
+        QVERIFY(!bea->waitForLine("^:twonick!\\S+ PRIVMSG #same :\x01" "ACTION waves\x01$").isEmpty());
+        one->showTab("#same");
+        QCOMPARE(status()->text(), "Connected to QuenvarTest (127.0.0.1) as onenick");
+        type("hello one");
+        QVERIFY(!ann->waitForLine("^:onenick!\\S+ PRIVMSG #same :hello one$").isEmpty());
+        ann->sendLine("PRIVMSG #same :from one");
+        bea->sendLine("PRIVMSG #same :twonick: from two");
+        QVERIFY(shows("#same", "<ann> from one", one) && shows("#same", "<bea> twonick: from two", two));
+        ann->sendLine("PRIVMSG onenick :psst");
+        QVERIFY(shows("ann", "<ann> psst", one));
+        QCOMPARE(labels(), (QStringList { "QuenvarTest", "#same [QuenvarTest]", "ann", "OtherNet", "#same [OtherNet]" }));
+        QVERIFY(w->tabBar->isHighlighted(2) && !w->tabBar->isHighlighted(3) && w->tabBar->isHighlighted(4));
+        QVERIFY(!rows("#same", one).join('\n').contains("from two") && !rows("#same", two).join('\n').contains("from one"));
+        QVERIFY(ann->sync() && bea->sync());
+        QVERIFY(ann->linesMatching(QRegularExpression("waves")).isEmpty());
+        QVERIFY(bea->linesMatching(QRegularExpression("hello one")).isEmpty());
+
+        w->show();
+        w->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(w.get()));
+        w->tabWidget->setCurrentIndex(0);
+        QStringList visited;
+        for (int i = 0; i < w->tabWidget->count(); ++i) {
+            QTest::keySequence(w.get(), QKeySequence(Qt::CTRL | Qt::Key_Tab));
+            visited << w->tabWidget->tabText(w->tabWidget->currentIndex());
+        }
+        QCOMPARE(visited, labels().mid(1) + labels().mid(0, 1));
+        QTest::keySequence(w.get(), QKeySequence(Qt::CTRL | Qt::Key_PageUp));
+        QCOMPARE(w->tabWidget->currentIndex(), w->tabWidget->count() - 1);
+
+        // The next start connects both again, into their autojoin channel.
+        w.reset();
+        w = std::make_unique<MainWindow>();
+        QVERIFY(QTest::qWaitFor([this] {
+            return w->networks().size() == 2 && w->networks().at(0)->session()->isJoined("#same")
+                && w->networks().at(1)->session()->isJoined("#same");
+        }, kTimeout));
+        QVERIFY(!w->findChild<ConnectDialog*>());
+        one = w->networks().at(0);
+        two = w->networks().at(1);
+        QCOMPARE(two->session()->port(), other.port());
+        QTRY_COMPARE_WITH_TIMEOUT(labels(), both, kTimeout);
+
+        // Closing a server tab asks; then that network quits and its tabs go.
+        const auto refused = ModalDriver::onMessageBox("Close network", QMessageBox::No);
+        w->closeTab(0);
+        QCOMPARE(w->networks().size(), 2);
+        ann->skipReceived();
+        const auto accepted = ModalDriver::onMessageBox("Close network", QMessageBox::Yes);
+        w->closeTab(0);
+        QCOMPARE(w->networks(), QList<NetworkView*> { two });
+        QVERIFY(!ann->waitForLine(" QUIT :").isEmpty());
+        QCOMPARE(labels(), (QStringList { "Server", "#same" }));
+        QCOMPARE(status()->text(), "Connected to 127.0.0.1 as twonick");
+        type("/msg #same still here");
+        QVERIFY(!bea->waitForLine("PRIVMSG #same :still here$").isEmpty());
+        bea->sendLine("PRIVMSG #same :after");
+        QVERIFY(shows("#same", "<bea> after", two));
     }
 
     // 300 new senders at once: 50 conversations open, the other first
