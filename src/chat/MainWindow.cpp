@@ -1,7 +1,6 @@
 #include "MainWindow.h"
 
 #include "ChannelListModel.h"
-#include "ChatView.h"
 #include "EmojiPicker.h"
 #include "HighlightTabBar.h"
 #include "MemberListView.h"
@@ -12,7 +11,6 @@
 #include <QCompleter>
 #include <QHBoxLayout>
 #include <QKeySequence>
-#include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
 #include <QMessageBox>
@@ -22,7 +20,6 @@
 #include <QShortcut>
 #include <QSplitter>
 #include <QStackedWidget>
-#include <QStatusBar>
 #include <QTabBar>
 #include <QTimer>
 #include <QVBoxLayout>

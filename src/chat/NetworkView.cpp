@@ -14,7 +14,6 @@
 #include "ServerStore.h"
 #include "Session.h"
 
-#include <QAction>
 #include <QDateTime>
 #include <QDebug>
 #include <QLabel>
@@ -190,7 +189,7 @@ void NetworkView::connectSession()
 
 // --- Tabs -------------------------------------------------------------------------
 
-NetworkView::TabInfo& NetworkView::registerTab(const QString& name, QWidget* page)
+void NetworkView::registerTab(const QString& name, QWidget* page)
 {
     TabInfo info;
     info.widget = page;
@@ -204,7 +203,7 @@ NetworkView::TabInfo& NetworkView::registerTab(const QString& name, QWidget* pag
     }
     if (isPrivateTab(name))
         info.peerNick = name;
-    TabInfo& stored = tabs.insert(name, info).value();
+    tabs.insert(name, info);
     if (info.chatView)
         m_window->applyChatBackground(info.chatView);
 
@@ -220,7 +219,6 @@ NetworkView::TabInfo& NetworkView::registerTab(const QString& name, QWidget* pag
         index = tabWidget->count();
     changeTabsAt(m_window, index, [&] { m_window->addTabPage(page, name, index); });
     m_window->updateTabLabels();
-    return stored;
 }
 
 QString NetworkView::findPrivateChatTab(const QString& nick) const
@@ -257,13 +255,17 @@ void NetworkView::highlightTab(const QString& tabName)
 
 void NetworkView::closeTab(const QString& name)
 {
-    if (name == ListTab) {
-        channelListPage = nullptr;
-        channelListWidget = nullptr;
-        channelListModel = nullptr;
-        listInfoLabel = nullptr;
-    }
+    if (name == ListTab)
+        forgetListPage();
     m_session->closeBuffer(name);
+}
+
+void NetworkView::forgetListPage()
+{
+    channelListPage = nullptr;
+    channelListWidget = nullptr;
+    channelListModel = nullptr;
+    listInfoLabel = nullptr;
 }
 
 void NetworkView::removePage(QWidget* page)
@@ -283,10 +285,7 @@ void NetworkView::close()
     tabs.clear();
     for (const TabInfo& info : open)
         removePage(info.widget);
-    channelListPage = nullptr;
-    channelListModel = nullptr;
-    channelListWidget = nullptr;
-    listInfoLabel = nullptr;
+    forgetListPage();
     if (!m_session->isConnected()) {
         m_session->disconnectFromServer();
         deleteLater();

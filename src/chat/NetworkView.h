@@ -70,7 +70,7 @@ public:
     // The key of the private tab whose peer is nick (case ignored), or "".
     QString findPrivateChatTab(const QString& nick) const;
     // Registers a page under name and adds it after this network's tabs.
-    TabInfo& registerTab(const QString& name, QWidget* page);
+    void registerTab(const QString& name, QWidget* page);
     void showTab(const QString& name);
     // Marks a tab the user is not looking at.
     void highlightTab(const QString& tabName);
@@ -105,6 +105,7 @@ public:
 private:
     void connectSession();
     void createListTab();
+    void forgetListPage();
     void removePage(QWidget* page);
     void onBufferOpened(const QString& buffer);
     void onBufferClosed(const QString& buffer);
