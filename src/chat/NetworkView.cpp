@@ -134,8 +134,11 @@ void NetworkView::connectSession()
     });
     connect(s, &Session::topicChanged, this, &NetworkView::updateTopicLabel);
     connect(s, &Session::certificateDecisionNeeded, this, [this](const IRCConnection::CertificateInfo& info) {
-        CertificateDialog::ask(info, m_window->currentTheme, m_window, [this, info](int answer) {
-            m_session->trustCertificate(info.fingerprint, answer == CertificateDialog::AlwaysTrust);
+        // The network may be closed while the question is open.
+        const QPointer<Session> session(m_session);
+        CertificateDialog::ask(info, m_window->currentTheme, m_window, [session, info](int answer) {
+            if (session)
+                session->trustCertificate(info.fingerprint, answer == CertificateDialog::AlwaysTrust);
         });
     });
     connect(s, &Session::joinedChanged, this, [this](const QString& channel, bool joined) {
