@@ -3,6 +3,7 @@
 #include "ChannelListModel.h"
 
 #include "ChatPage.h"
+#include "FindBar.h"
 #include "ChatView.h"
 #include "EmojiPicker.h"
 #include "HighlightTabBar.h"
@@ -175,6 +176,10 @@ void MainWindow::setupUI()
     // signals the edit before it asks the completer.
     connect(inputLine, &QLineEdit::textEdited, this, &MainWindow::refreshNickCompletionModel);
 
+    connect(new QShortcut(QKeySequence::Find, this), &QShortcut::activated, this, [this] {
+        if (auto* bar = tabWidget->currentWidget()->findChild<FindBar*>())
+            bar->open();
+    });
     auto* closeShortcut = new QShortcut(QKeySequence::Close, this);
     closeShortcut->setContext(Qt::WindowShortcut);
     connect(closeShortcut, &QShortcut::activated, this, [this] {
@@ -203,7 +208,7 @@ void MainWindow::createServerTab()
 QWidget* MainWindow::createChannelTab(const QString& name, bool isChannel)
 {
     // A tab opened later reads in the same font as the ones already open.
-    return ChatPage::create(isChannel, name != ServerTab, currentChatFont());
+    return ChatPage::create(isChannel, name != ServerTab, currentChatFont(), inputLine);
 }
 
 MainWindow::TabInfo& MainWindow::registerTab(const QString& name, QWidget* page)

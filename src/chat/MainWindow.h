@@ -144,7 +144,6 @@ public:
     QFont currentChatFont() const;
     void applyChatBackground() override;
     // The chat background on one view (a new tab's).
-    void applyChatBackground(ChatView* view);
     ChatPreferences& chatPreferences() override { return prefs; }
     QString theme() const override { return currentTheme; }
 
@@ -176,6 +175,8 @@ public slots:
     void showConnectDialog();
     void onDisconnectTriggered();
     void onReconnectTriggered();
+    // Opens the current network's log folder in the file manager.
+    void openLogFolder();
 
 
 protected:

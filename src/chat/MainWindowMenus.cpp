@@ -3,7 +3,9 @@
 
 #include "MainWindow.h"
 
+#include "ChatPage.h"
 #include "ChatView.h"
+#include "EmojiPicker.h"
 #include "HighlightTabBar.h"
 #include "InfoBoxes.h"
 #include "MemberListView.h"
@@ -52,6 +54,7 @@ void MainWindow::setupMenuBar()
     noRole(server->addAction(QStringLiteral("&Disconnect"), this, &MainWindow::onDisconnectTriggered));
     server->addSeparator();
     noRole(server->addAction(QStringLiteral("&Reconnect"), this, &MainWindow::onReconnectTriggered));
+    noRole(server->addAction(QStringLiteral("Open &log folder"), this, &MainWindow::openLogFolder));
     server->addSeparator();
     QAction* quit = noRole(server->addAction(QStringLiteral("&Quit"), qApp, &QApplication::quit));
     quit->setShortcut(QKeySequence::Quit);
@@ -170,6 +173,7 @@ void MainWindow::applyConnectionPreferences()
     m_session->setReconnectPolicy(policy);
     m_session->setAcceptInvalidCertificates(prefs.acceptInvalidSsl);
     m_session->setLogging(prefs.logEnabled, prefs.logPath, &IrcText::stripFormatting);
+    m_session->setBacklog(prefs.backlogLines);
     m_session->setKeepAlive(qBound(10, prefs.pingInterval, 600), qBound(5, prefs.pingTimeout, 120));
 }
 
@@ -182,6 +186,7 @@ void MainWindow::applyChatFont()
 {
     const QFont font = currentChatFont();
     inputLine->setFont(font);
+    EmojiPicker::setPreferredSize(prefs.emojiSize);
     // The themes give line edits a font size of their own; the input line's
     // own sheet wins over the window's, so the chosen size holds in every theme.
     QString family = font.family();
@@ -194,6 +199,7 @@ void MainWindow::applyChatFont()
         if (info.chatView) {
             info.chatView->setFont(font);
             info.chatView->setTimestampFormat(prefs.timestampFormat);
+            info.chatView->setEmojiSize(prefs.emojiSize);
         }
     }
 }
@@ -202,53 +208,8 @@ void MainWindow::applyChatBackground()
 {
     for (const TabInfo& info : std::as_const(tabs)) {
         if (info.chatView)
-            applyChatBackground(info.chatView);
+            ChatPage::applyBackground(info.chatView, prefs, currentTheme);
     }
-}
-
-void MainWindow::applyChatBackground(ChatView* view)
-{
-    const bool dark = currentTheme == QLatin1String("dark");
-    const QString border = dark ? QStringLiteral("#555") : QStringLiteral("#ccc");
-    QColor background;
-    if (!prefs.chatBgImage.isEmpty())
-        background = Qt::white;
-    else if (prefs.chatBgColor.isValid())
-        background = prefs.chatBgColor;
-    else
-        background = dark ? QColor(0x1E, 0x1E, 0x1E) : QColor(Qt::white);
-
-    QString sheet;
-    if (!prefs.chatBgImage.isEmpty()) {
-        if (QUrl::fromLocalFile(prefs.chatBgImage).isValid())
-            sheet = QStringLiteral("ChatView {   border: 1px solid %1;   background-color: white;   "
-                                   "border-image: url(\"%2\") 0 0 0 0 stretch stretch; }")
-                        .arg(border, prefs.chatBgImage);
-        else
-            sheet = QStringLiteral("ChatView {   border: 1px solid %1;   background-color: white;   "
-                                   "border-image: none; }")
-                        .arg(border);
-    } else {
-        sheet = QStringLiteral("ChatView {   border: 1px solid %1;   background-color: %2;   "
-                               "border-image: none; }")
-                    .arg(border, background.name());
-    }
-    sheet += QStringLiteral(
-        "QScrollBar:vertical { background: transparent; width: 8px; }"
-        "QScrollBar:horizontal { background: transparent; height: 8px; }"
-        "QScrollBar::handle:vertical { background: rgba(128,128,128,0.5); border-radius: 4px; }"
-        "QScrollBar::handle:horizontal { background: rgba(128,128,128,0.5); border-radius: 4px; }"
-        "QScrollBar::add-line:vertical, QScrollBar::sub-line:vertical,"
-        "QScrollBar::add-line:horizontal, QScrollBar::sub-line:horizontal { border: none; background: none; }");
-
-    QPalette palette = view->palette();
-    palette.setColor(QPalette::Base, background);
-    palette.setColor(QPalette::Window, background);
-    view->setPalette(palette);
-    view->setAutoFillBackground(true);
-    if (view->styleSheet() != sheet)
-        view->setStyleSheet(sheet);
-    view->viewport()->update();
 }
 
 // --- Tray and notifications ------------------------------------------------------------

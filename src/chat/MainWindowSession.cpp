@@ -4,6 +4,8 @@
 
 #include "MainWindow.h"
 
+#include "ChatPage.h"
+
 #include "CertificateDialog.h"
 #include "ChannelListModel.h"
 #include "ChannelListPage.h"
@@ -136,8 +138,10 @@ void MainWindow::onBufferOpened(const QString& buffer)
     const bool isChannel = isChannelTab(buffer);
     QWidget* page = createChannelTab(buffer, isChannel);
     const TabInfo& info = registerTab(buffer, page);
-    if (info.chatView)
-        applyChatBackground(info.chatView);
+    if (info.chatView) {
+        ChatPage::applyBackground(info.chatView, prefs, currentTheme);
+        info.chatView->setEmojiSize(prefs.emojiSize);
+    }
     if (isChannel) {
         updateTopicLabel(buffer);
         updateTopicEditButton(buffer);
