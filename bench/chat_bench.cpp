@@ -19,6 +19,13 @@
 //     channel (it stays current), written at once: time for all of them,
 //     rows included.
 //
+// (f) (a) again on a fresh window with logging on: the processor time it
+//     adds (the log's writer thread included), the rows on disk at the end.
+// (g) find over the 100,000 rows of (a): a common word and a missing one.
+// (h) a private conversation opened whose log is 1 GB: the 50 rows of its
+//     backlog read from the end of the file and shown (left out with
+//     QUENVAR_BENCH_NO_BIG_LOG set: it writes 1 GB to the temporary folder).
+//
 // Times are given on the wall clock and as processor time of this process
 // (on a shared machine the wall clock also counts other processes).
 //
@@ -27,12 +34,16 @@
 #include "AppSetup.h"
 #include "BenchSupport.h"
 #include "ChatView.h"
+#include "IrcFormat.h"
 #include "MemberList.h"
 #include "MemberListView.h"
 
 #include <QApplication>
 #include <QRandomGenerator>
+#include <QDir>
+#include <QFileInfo>
 #include <QScrollBar>
+#include <QTemporaryDir>
 
 #include <algorithm>
 
@@ -327,5 +338,74 @@ int main(int argc, char* argv[])
     std::printf("(e) a full screen of rows painted at row 50,000: %.2f ms (median of 5 places)\n",
         median(paints, 0, paints.size()));
     result("chat_paint_ms", median(paints, 0, paints.size()), "ms");
+
+    // (g) find over every row.
+    QList<double> finds;
+    int found = 0;
+    for (const char* text : { "patch", "no such word" }) {
+        clocks.start();
+        found += chat->find(QString::fromLatin1(text));
+        finds << clocks.wallMs();
+    }
+    chat->find(QString());
+    const double findMs = *std::max_element(finds.cbegin(), finds.cend());
+    std::printf("(g) find over %d rows: %.1f ms (common word, %d rows), %.1f ms (missing word)\n", chat->rowCount(),
+        finds.at(0), found, finds.at(1));
+    result("find_ms", findMs, "ms");
+    growth = ChatSession();
+
+    // (f) (a) on two fresh windows, without and with logging.
+    QTemporaryDir logs;
+    double plainCpu = 0;
+    double loggedCpu = 0;
+    double loggedWall = 0;
+    ChatSession logged;
+    for (const bool logging : { false, true }) {
+        logged = ChatSession();
+        if (!logged.open()) {
+            std::fprintf(stderr, "could not set up the window\n");
+            return 1;
+        }
+        if (logging)
+            logged.window->session()->setLogging(true, logs.path(), &IrcText::stripFormatting);
+        const int before = logged.messages;
+        clocks.start();
+        if (!logged.deliver(wire, before + rows))
+            std::fprintf(stderr, "(f) not every message arrived\n");
+        logged.window->session()->flushLog();
+        (logging ? loggedCpu : plainCpu) = clocks.cpuMsElapsed();
+        loggedWall = clocks.wallMs();
+    }
+    const QFileInfo logFile(logged.window->session()->logFile(Channel));
+    std::printf("(f) the same with logging on: %.1f ms wall clock, %.1f ms processor time against %.1f ms without "
+                "(+%.1f%%); %lld bytes logged\n",
+        loggedWall, loggedCpu, plainCpu, (loggedCpu / plainCpu - 1) * 100, static_cast<long long>(logFile.size()));
+    result("logging_overhead_pct", (loggedCpu / plainCpu - 1) * 100, "%");
+    if (qEnvironmentVariableIsSet("QUENVAR_BENCH_NO_BIG_LOG"))
+        return 0;
+
+    // (h) a conversation whose log is 1 GB opens with its backlog.
+    const QString peer = QStringLiteral("bigtalker");
+    logged.window->session()->setBacklog(50);
+    const QString bigLog = logged.window->session()->logFile(peer);
+    {
+        QDir().mkpath(QFileInfo(bigLog).absolutePath());
+        QFile file(bigLog);
+        QByteArray block;
+        for (int i = 0; block.size() < (1 << 20); ++i)
+            block += "2026-11-25T10:00:00+00:00 <bigtalker> " + traffic.at(i % traffic.size()).split(':').last().trimmed() + '\n';
+        if (!file.open(QIODevice::WriteOnly))
+            return 1;
+        while (file.size() < (qint64(1) << 30))
+            file.write(block);
+    }
+    clocks.start();
+    logged.window->session()->openBuffer(peer);
+    const double backlogMs = clocks.wallMs();
+    const ChatView* backlogView = logged.window->network()->tabs.value(peer).chatView;
+    std::printf("(h) a conversation with a %lld MiB log opened: %.2f ms, %d rows shown\n",
+        static_cast<long long>(QFileInfo(bigLog).size() >> 20), backlogMs, backlogView ? backlogView->rowCount() : -1);
+    result("backlog_1gb_ms", backlogMs, "ms");
+    QFile::remove(bigLog);
     return 0;
 }

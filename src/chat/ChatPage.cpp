@@ -1,6 +1,8 @@
 #include "ChatPage.h"
 
 #include "ChatView.h"
+#include "FindBar.h"
+#include "PreferencesHost.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -8,6 +10,7 @@
 #include <QPixmap>
 #include <QPushButton>
 #include <QSvgRenderer>
+#include <QUrl>
 #include <QVBoxLayout>
 
 namespace {
@@ -21,7 +24,7 @@ const char EditTopicSvg[] = R"(<svg xmlns="http://www.w3.org/2000/svg" viewBox="
 
 } // namespace
 
-QWidget* ChatPage::create(bool isChannel, bool nickColumn, const QFont& font)
+QWidget* ChatPage::create(bool isChannel, bool nickColumn, const QFont& font, QWidget* focusAfterFind)
 {
     auto* page = new QWidget;
     auto* layout = new QVBoxLayout(page);
@@ -77,5 +80,51 @@ QWidget* ChatPage::create(bool isChannel, bool nickColumn, const QFont& font)
     view->setAutoFillBackground(true);
     view->setFont(font);
     layout->addWidget(view, 1);
+    layout->addWidget(new FindBar(view, focusAfterFind, page));
     return page;
+}
+
+void ChatPage::applyBackground(ChatView* view, const ChatPreferences& prefs, const QString& theme)
+{
+    const bool dark = theme == QLatin1String("dark");
+    const QString border = dark ? QStringLiteral("#555") : QStringLiteral("#ccc");
+    QColor background;
+    if (!prefs.chatBgImage.isEmpty())
+        background = Qt::white;
+    else if (prefs.chatBgColor.isValid())
+        background = prefs.chatBgColor;
+    else
+        background = dark ? QColor(0x1E, 0x1E, 0x1E) : QColor(Qt::white);
+
+    QString sheet;
+    if (!prefs.chatBgImage.isEmpty()) {
+        if (QUrl::fromLocalFile(prefs.chatBgImage).isValid())
+            sheet = QStringLiteral("ChatView {   border: 1px solid %1;   background-color: white;   "
+                                   "border-image: url(\"%2\") 0 0 0 0 stretch stretch; }")
+                        .arg(border, prefs.chatBgImage);
+        else
+            sheet = QStringLiteral("ChatView {   border: 1px solid %1;   background-color: white;   "
+                                   "border-image: none; }")
+                        .arg(border);
+    } else {
+        sheet = QStringLiteral("ChatView {   border: 1px solid %1;   background-color: %2;   "
+                               "border-image: none; }")
+                    .arg(border, background.name());
+    }
+    sheet += QStringLiteral(
+        "QScrollBar:vertical { background: transparent; width: 8px; }"
+        "QScrollBar:horizontal { background: transparent; height: 8px; }"
+        "QScrollBar::handle:vertical { background: rgba(128,128,128,0.5); border-radius: 4px; }"
+        "QScrollBar::handle:horizontal { background: rgba(128,128,128,0.5); border-radius: 4px; }"
+        "QScrollBar::add-line:vertical, QScrollBar::sub-line:vertical,"
+        "QScrollBar::add-line:horizontal, QScrollBar::sub-line:horizontal { border: none; background: none; }");
+
+    QPalette palette = view->palette();
+    palette.setColor(QPalette::Base, background);
+    palette.setColor(QPalette::Window, background);
+    view->setPalette(palette);
+    view->setAutoFillBackground(true);
+    if (view->styleSheet() != sheet)
+        view->setStyleSheet(sheet);
+    view->viewport()->update();
 }

@@ -98,7 +98,9 @@ void ChatRowLayout::build(const ChatRowContent* row, const ChatRowColumns& colum
     if (row) {
         const ChatRowContent& content = *row;
         const bool ownAway = content.flags & BufferLine::OwnAway;
-        const bool grey = (content.flags & BufferLine::Status) || ownAway;
+        const bool backlog = content.flags & BufferLine::Backlog;
+        const bool grey = (content.flags & BufferLine::Status) || ownAway || backlog;
+        separator = content.flags & BufferLine::Separator;
         const auto isolate = [this](const QChar mark) {
             isolates[isolateCount++] = int(text.size());
             text += mark;
@@ -114,7 +116,9 @@ void ChatRowLayout::build(const ChatRowContent* row, const ChatRowColumns& colum
         text += QLatin1Char('\t');
         formats << range(0, int(text.size()), greyFormat);
         // The sender's colour is the one of the nick as its column shows it.
-        const QColor senderColor = ownAway ? AwayNickColor : IrcText::nickColor(displayNick(content.sender));
+        const QColor senderColor = backlog ? GreyText
+            : ownAway                      ? AwayNickColor
+                                           : IrcText::nickColor(displayNick(content.sender));
         if (columns.nickColumn) {
             QTextCharFormat nickFormat;
             nickFormat.setFontWeight(QFont::Bold);
@@ -234,9 +238,9 @@ QString ChatRowLayout::linkAt(int pos) const
 }
 
 void ChatRowLayout::draw(QPainter* painter, const QPointF& position, int selectionStart, int selectionEnd,
-    const QTextCharFormat& selected) const
+    const QTextCharFormat& selected, const QList<QTextLayout::FormatRange>& marks) const
 {
-    QList<QTextLayout::FormatRange> selections;
+    QList<QTextLayout::FormatRange> selections = marks;
     if (selectionEnd > selectionStart)
         selections << range(selectionStart, selectionEnd - selectionStart, selected);
     layout.draw(painter, position, selections);

@@ -41,6 +41,7 @@ struct ChatRowLayout
     int messageStart = 0; // index of the message column (its FSI) in text
     QList<IrcText::LinkSegment> links; // indexes into text
     qreal height = 0;
+    bool separator = false; // the rule after a backlog
     // Indexes of the isolate marks in text, ascending.
     int isolates[4] = {};
     int isolateCount = 0;
@@ -55,10 +56,11 @@ struct ChatRowLayout
     QString shownText(int from, int to) const;
     // The target of the link at pos of text, or an empty string.
     QString linkAt(int pos) const;
-    // Draws the row with its top left corner at position and
-    // text[selectionStart, selectionEnd) in the format selected.
+    // Draws the row with its top left corner at position, the ranges of
+    // marks (found text) in their formats and text[selectionStart,
+    // selectionEnd) in the format selected.
     void draw(QPainter* painter, const QPointF& position, int selectionStart, int selectionEnd,
-        const QTextCharFormat& selected) const;
+        const QTextCharFormat& selected, const QList<QTextLayout::FormatRange>& marks = {}) const;
 
     // A name as a row shows it: control characters visible, nothing that
     // would split the row, and no PDI without its own isolate before it (one

@@ -1,5 +1,7 @@
 #include "ChatView.h"
 
+#include "EmojiPicker.h"
+#include "IrcFormat.h"
 #include "Session.h"
 
 #include <QApplication>
@@ -16,9 +18,14 @@
 
 #include <QtMath>
 
+#include <algorithm>
+
 namespace {
 
 const QColor RuleColor(136, 136, 136);
+// Found text: every occurrence, and those of the current match.
+const QColor FoundColor(0xFF, 0xE0, 0x66);
+const QColor CurrentFoundColor(0xFF, 0x96, 0x32);
 
 // Laid-out rows kept for scrolling back and forth.
 constexpr int LayoutCacheRows = 600;
@@ -85,6 +92,15 @@ int ChatView::timestampColumnWidth() const
     return m_timestampWidth;
 }
 
+void ChatView::setEmojiSize(int pixels)
+{
+    if (pixels == m_emojiSize)
+        return;
+    m_emojiSize = pixels;
+    invalidateLayouts();
+    updateScrollRange();
+}
+
 // --- Rows -------------------------------------------------------------------------
 
 void ChatView::appendLine(const QString& timestamp, const BufferLine& line)
@@ -93,6 +109,10 @@ void ChatView::appendLine(const QString& timestamp, const BufferLine& line)
         m_stamps.append(timestamp);
     m_stampOf.append(quint32(m_stamps.size() - 1));
     m_lines.append(line);
+    if (!m_findText.isEmpty() && rowMatches(rowCount() - 1)) {
+        m_matches.append(rowCount() - 1);
+        emit matchesChanged();
+    }
     requestUpdate();
 }
 
@@ -103,6 +123,15 @@ void ChatView::trimTo(qsizetype rows)
         return;
     m_lines.removeFirst(extra);
     m_stampOf.remove(0, extra);
+    if (!m_matches.isEmpty()) {
+        // Matches move up with their rows; those of the rows gone go.
+        const qsizetype gone = std::lower_bound(m_matches.cbegin(), m_matches.cend(), int(extra)) - m_matches.cbegin();
+        m_matches.remove(0, gone);
+        for (int& row : m_matches)
+            row -= int(extra);
+        m_currentMatch = m_matches.isEmpty() ? -1 : int(qMax<qsizetype>(0, m_currentMatch - gone));
+        emit matchesChanged();
+    }
     // View rows moved up by `extra`: forget their layouts and the selection.
     invalidateLayouts();
     clearSelection();
@@ -112,6 +141,8 @@ void ChatView::trimTo(qsizetype rows)
 
 void ChatView::clearMessages()
 {
+    m_matches.clear();
+    m_currentMatch = -1;
     m_lines.clear();
     m_stampOf.clear();
     m_stamps.clear();
@@ -128,7 +159,9 @@ ChatView::RowContent ChatView::row(int index) const
     if (index < 0 || index >= rowCount())
         return content;
     const BufferLine line = m_lines.at(index);
-    content.timestamp = IrcText::singleBlockText(m_stamps.at(m_stampOf.at(index)));
+    // The rule after a backlog is a rule only.
+    if (!line.is(BufferLine::Separator))
+        content.timestamp = IrcText::singleBlockText(m_stamps.at(m_stampOf.at(index)));
     const bool action = line.is(BufferLine::Action);
     const QString sender = ChatRowLayout::shownName(line.sender);
     content.sender = sender;
@@ -149,6 +182,15 @@ ChatView::RowContent ChatView::row(int index) const
         r.start += int(prefix.size());
     content.links = IrcText::linkSegments(content.message);
     content.flags = line.flags;
+    // Emoji in the colour font at the chosen size.
+    const QList<QPair<int, int>> emoji = IrcText::emojiRanges(content.message);
+    if (!emoji.isEmpty()) {
+        QTextCharFormat format;
+        format.setFontFamilies(EmojiPicker::colourEmojiFont(font()).families());
+        format.setProperty(QTextFormat::FontPixelSize, m_emojiSize);
+        for (const auto& [from, to] : emoji)
+            content.formats.append({ from, to - from, format });
+    }
     return content;
 }
 
@@ -413,7 +455,17 @@ void ChatView::paintEvent(QPaintEvent*)
             start = p.row == from.row ? from.pos : 0;
             end = p.row == to.row ? to.pos : int(p.layout->text.size());
         }
-        p.layout->draw(&painter, QPointF(Margin, p.top), start, end, selected);
+        const bool found = !m_findText.isEmpty() && p.row > 0
+            && std::binary_search(m_matches.cbegin(), m_matches.cend(), p.row - 1);
+        p.layout->draw(&painter, QPointF(Margin, p.top), start, end, selected,
+            found ? findHighlights(p.layout, p.row - 1 == currentMatchRow()) : QList<QTextLayout::FormatRange>());
+        if (p.layout->separator) {
+            painter.save();
+            painter.setPen(QPen(RuleColor, 1, Qt::DashLine));
+            const int y = qRound(p.top + p.layout->height / 2);
+            painter.drawLine(qRound(ruleX()) + ColumnPadding, y, viewport()->width() - Margin, y);
+            painter.restore();
+        }
         if (p.row > 0) {
             if (rulesTop < 0)
                 rulesTop = p.top;
@@ -615,4 +667,63 @@ void ChatView::showContextMenu(const QPoint& globalPos)
     QAction* all = menu.addAction(QStringLiteral("Select All"), this, &ChatView::selectAll);
     all->setShortcut(QKeySequence::SelectAll);
     menu.exec(globalPos);
+}
+
+// --- Find -------------------------------------------------------------------------
+
+bool ChatView::rowMatches(int index) const
+{
+    const BufferLine line = m_lines.at(index);
+    if (line.sender.contains(m_findText, Qt::CaseInsensitive))
+        return true;
+    // Formatting codes are not what the row shows.
+    const bool plain = std::none_of(line.text.cbegin(), line.text.cend(), [](QChar c) { return c.unicode() < 0x20; });
+    return (plain ? line.text : IrcText::stripFormatting(line.text)).contains(m_findText, Qt::CaseInsensitive);
+}
+
+int ChatView::find(const QString& text)
+{
+    m_findText = text;
+    m_matches.clear();
+    m_currentMatch = -1;
+    if (!text.isEmpty()) {
+        for (int i = 0; i < rowCount(); ++i) {
+            if (rowMatches(i))
+                m_matches.append(i);
+        }
+        m_currentMatch = int(m_matches.size()) - 1;
+    }
+    showCurrentMatch();
+    return matchCount();
+}
+
+void ChatView::findNext(bool older)
+{
+    if (m_matches.isEmpty())
+        return;
+    const int count = matchCount();
+    m_currentMatch = (m_currentMatch + (older ? count - 1 : 1)) % count;
+    showCurrentMatch();
+}
+
+void ChatView::showCurrentMatch()
+{
+    if (m_currentMatch >= 0) {
+        // The match a few rows below the top, with what led to it above.
+        scrollToRow(qMax(0, m_matches.at(m_currentMatch) - 3));
+    }
+    viewport()->update();
+}
+
+QList<QTextLayout::FormatRange> ChatView::findHighlights(const Layout* layout, bool current) const
+{
+    QList<QTextLayout::FormatRange> marks;
+    QTextCharFormat format;
+    format.setBackground(current ? CurrentFoundColor : FoundColor);
+    format.setForeground(Qt::black);
+    // Past the timestamp: the nick and the message.
+    qsizetype at = layout->text.indexOf(QLatin1Char('\t'));
+    while ((at = layout->text.indexOf(m_findText, at + 1, Qt::CaseInsensitive)) >= 0)
+        marks.append({ int(at), int(m_findText.size()), format });
+    return marks;
 }

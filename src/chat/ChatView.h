@@ -65,6 +65,8 @@ public:
     // other columns. Control characters that are no formatting codes show as
     // their control pictures (U+2400 + code).
     void appendLine(const QString& timestamp, const BufferLine& line);
+    // The size in pixels emoji are drawn at in the rows, in the colour emoji font.
+    void setEmojiSize(int pixels);
     // Removes the oldest rows until at most `rows` remain (0: no limit).
     void trimTo(qsizetype rows);
     // Removes every row.
@@ -117,6 +119,25 @@ public:
     // The link under a point of the viewport, or an empty string.
     QString linkAt(const QPoint& point) const;
 
+    // Find: the rows whose sender or text holds text (case ignored) are
+    // matches, their occurrences highlighted; rows appended later are
+    // searched as they come. The current match starts at the newest one and
+    // is scrolled to. An empty text ends the search. Returns the number of
+    // matching rows.
+    int find(const QString& text);
+    // Moves the current match to the next older (or newer) matching row,
+    // wrapping around, and scrolls to it.
+    void findNext(bool older);
+    int matchCount() const { return int(m_matches.size()); }
+    // The current match's place among the matches, counted from the oldest
+    // (1-based; 0: none), and its row.
+    int currentMatchNumber() const { return m_currentMatch + 1; }
+    int currentMatchRow() const { return m_currentMatch < 0 ? -1 : m_matches.at(m_currentMatch); }
+
+signals:
+    // The matches changed (rows matching were appended or trimmed).
+    void matchesChanged();
+
 protected:
     void paintEvent(QPaintEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
@@ -167,6 +188,10 @@ private:
     void requestUpdate();
     Position positionAt(const QPoint& point) const;
     QString plainText(int viewRow) const;
+    bool rowMatches(int index) const;
+    void showCurrentMatch();
+    // The highlighted occurrences of the search text in a laid-out row.
+    QList<QTextLayout::FormatRange> findHighlights(const Layout* layout, bool current) const;
     void showContextMenu(const QPoint& globalPos);
 
     LineStore m_lines;
@@ -179,6 +204,11 @@ private:
     mutable qreal m_layoutWidth = -1;
     bool m_nickColumn = true;
     QString m_timestampFormat = QStringLiteral("[HH:mm:ss]");
+    int m_emojiSize = 20;
+    // Find: the text, the matching rows ascending, the current one's index in them.
+    QString m_findText;
+    QList<int> m_matches;
+    int m_currentMatch = -1;
     mutable int m_timestampWidth = -1; // -1: measured when next needed
 
     // Scrolling: the view shows the last row (and keeps doing so), or shows

@@ -68,6 +68,15 @@ QString containerStyle(const QString& theme)
 
 } // namespace
 
+namespace {
+int preferredSize = 20;
+} // namespace
+
+void EmojiPicker::setPreferredSize(int pixels)
+{
+    preferredSize = qBound(8, pixels, 96);
+}
+
 EmojiPicker::EmojiPicker(QWidget* parent, const QString& theme)
     : QDialog(parent)
     , m_theme(theme)
@@ -86,8 +95,10 @@ void EmojiPicker::setupUI()
     auto* container = new QWidget(this);
     container->setObjectName(QStringLiteral("emojiContainer"));
     container->setStyleSheet(containerStyle(m_theme));
-    container->setMinimumWidth(320);
-    container->setMaximumWidth(340);
+    // Each emoji in a square with room around it.
+    const int cell = preferredSize + 16;
+    container->setMinimumWidth(columns * cell + 32);
+    container->setMaximumWidth(columns * cell + 52);
     outer->addWidget(container);
 
     auto* grid = new QGridLayout(container);
@@ -98,15 +109,16 @@ void EmojiPicker::setupUI()
         = QStringLiteral("color: %1; font-size: 10px; font-weight: bold; padding: 4px 2px 2px 2px; "
                          "text-transform: uppercase; letter-spacing: 1px;")
               .arg(dark ? QStringLiteral("rgba(255,255,255,0.5)") : QStringLiteral("rgba(0,0,0,0.5)"));
-    const QString buttonStyle = dark
+    QString buttonStyle = dark
         ? QStringLiteral("QPushButton { background: transparent; border: none; border-radius: 8px; "
-                         "font-size: 20px; padding: 0px; color: white; }"
+                         "font-size: %1px; padding: 0px; color: white; }"
                          "QPushButton:hover { background: rgba(255,255,255,0.15); }"
                          "QPushButton:pressed { background: rgba(255,255,255,0.25); }")
         : QStringLiteral("QPushButton { background: transparent; border: none; border-radius: 8px; "
-                         "font-size: 20px; padding: 0px; color: black; }"
+                         "font-size: %1px; padding: 0px; color: black; }"
                          "QPushButton:hover { background: rgba(0,0,0,0.08); }"
                          "QPushButton:pressed { background: rgba(0,0,0,0.15); }");
+    buttonStyle = buttonStyle.arg(preferredSize);
 
     const QFont emojiFont = colourEmojiFont(font());
 
@@ -120,7 +132,7 @@ void EmojiPicker::setupUI()
         for (int i = 0; i < category.emojis.size(); ++i) {
             const QString emoji = category.emojis.at(i);
             auto* button = new QPushButton(emoji, container);
-            button->setFixedSize(36, 36);
+            button->setFixedSize(cell, cell);
             button->setCursor(Qt::PointingHandCursor);
             button->setToolTip(emoji);
             button->setFont(emojiFont);

@@ -40,6 +40,10 @@ public:
     // glyphs.
     static QFont colourEmojiFont(const QFont& base);
 
+    // The size in pixels pickers draw their emoji at from now on (the
+    // "Emoji size" preference; 20 until set).
+    static void setPreferredSize(int pixels);
+
     // Adjusts the popup's size and moves it by placement() next to `button`,
     // on the primary screen's available area.
     void placeBeside(const QWidget* button);

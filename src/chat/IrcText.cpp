@@ -409,4 +409,78 @@ QString ircTopicToHtml(const QString& ircText)
     return linkifyHtml(ircToHtml(ircText));
 }
 
+namespace {
+
+// Characters of the Basic Multilingual Plane drawn as emoji without a
+// variation selector.
+bool isBmpEmoji(char32_t c)
+{
+    static const char32_t singles[] = { 0x231A, 0x231B, 0x23E9, 0x23EA, 0x23EB, 0x23EC, 0x23F0, 0x23F3, 0x25FD,
+        0x25FE, 0x2614, 0x2615, 0x267F, 0x2693, 0x26A1, 0x26AA, 0x26AB, 0x26BD, 0x26BE, 0x26C4, 0x26C5, 0x26CE,
+        0x26D4, 0x26EA, 0x26F2, 0x26F3, 0x26F5, 0x26FA, 0x26FD, 0x2705, 0x270A, 0x270B, 0x2728, 0x274C, 0x274E,
+        0x2753, 0x2754, 0x2755, 0x2757, 0x2795, 0x2796, 0x2797, 0x27B0, 0x27BF, 0x2B1B, 0x2B1C, 0x2B50, 0x2B55 };
+    return (c >= 0x2648 && c <= 0x2653) || std::find(std::begin(singles), std::end(singles), c) != std::end(singles);
+}
+
+bool isPictograph(char32_t c)
+{
+    return (c >= 0x1F000 && c <= 0x1FAFF) || isBmpEmoji(c);
+}
+
+// Symbols that become emoji when U+FE0F follows them.
+bool isSymbol(char32_t c)
+{
+    return (c >= 0x2190 && c <= 0x2BFF) || c == 0x00A9 || c == 0x00AE || c == 0x203C || c == 0x2049 || c == 0x2122
+        || c == 0x2139 || c == 0x3030 || c == 0x303D || c == 0x3297 || c == 0x3299;
+}
+
+// Whether c continues the emoji before it.
+bool continuesEmoji(char32_t c)
+{
+    return c == 0xFE0F || c == 0x20E3 || (c >= 0x1F3FB && c <= 0x1F3FF) || (c >= 0xE0020 && c <= 0xE007F);
+}
+
+} // namespace
+
+QList<QPair<int, int>> emojiRanges(const QString& text)
+{
+    QList<QPair<int, int>> ranges;
+    const auto codeAt = [&text](int i) {
+        return QChar::isHighSurrogate(text.at(i).unicode()) && i + 1 < text.size()
+                && QChar::isLowSurrogate(text.at(i + 1).unicode())
+            ? QChar::surrogateToUcs4(text.at(i), text.at(i + 1))
+            : char32_t(text.at(i).unicode());
+    };
+    const auto width = [](char32_t c) { return c > 0xFFFF ? 2 : 1; };
+    const int size = int(text.size());
+    for (int i = 0; i < size;) {
+        const char32_t c = codeAt(i);
+        const int next = i + width(c);
+        const bool keycap = (c == '#' || c == '*' || (c >= '0' && c <= '9')) && next < size
+            && ((codeAt(next) == 0xFE0F && next + 1 < size && codeAt(next + 1) == 0x20E3) || codeAt(next) == 0x20E3);
+        const bool emoji = isPictograph(c) || keycap || (isSymbol(c) && next < size && codeAt(next) == 0xFE0F);
+        if (!emoji) {
+            i = next;
+            continue;
+        }
+        int end = next;
+        while (end < size) {
+            const char32_t d = codeAt(end);
+            if (continuesEmoji(d)) {
+                end += width(d);
+            } else if (d == 0x200D && end + 1 < size && (isPictograph(codeAt(end + 1)) || isSymbol(codeAt(end + 1)))) {
+                end += 1 + width(codeAt(end + 1));
+            } else {
+                break;
+            }
+        }
+        if (!ranges.isEmpty() && ranges.last().second == i)
+            ranges.last().second = end;
+        else
+            ranges.append({ i, end });
+        i = end;
+    }
+    return ranges;
+}
+
 } // namespace IrcText

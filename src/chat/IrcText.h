@@ -77,4 +77,10 @@ QString linkifyHtml(const QString& html);
 // linkifyHtml(ircToHtml(ircText)): the topic bar's rich text.
 QString ircTopicToHtml(const QString& ircText);
 
+// The emoji of a text as [start, end) ranges of it: pictographs with what
+// joins or modifies them (ZWJ sequences, skin tones, variation selectors,
+// flags, keycaps), and symbols shown as emoji (those drawn as emoji by
+// default, or followed by U+FE0F).
+QList<QPair<int, int>> emojiRanges(const QString& text);
+
 } // namespace IrcText

@@ -2,6 +2,7 @@
 
 #include "ChannelListModel.h"
 #include "EmojiPicker.h"
+#include "FindBar.h"
 #include "HighlightTabBar.h"
 #include "MemberListView.h"
 #include "MyTabWidget.h"
@@ -165,6 +166,10 @@ void MainWindow::setupUI()
     // signals the edit before it asks the completer.
     connect(inputLine, &QLineEdit::textEdited, this, &MainWindow::refreshNickCompletionModel);
 
+    connect(new QShortcut(QKeySequence::Find, this), &QShortcut::activated, this, [this] {
+        if (auto* bar = tabWidget->currentWidget()->findChild<FindBar*>())
+            bar->open();
+    });
     auto* closeShortcut = new QShortcut(QKeySequence::Close, this);
     closeShortcut->setContext(Qt::WindowShortcut);
     connect(closeShortcut, &QShortcut::activated, this, [this] { closeTab(tabWidget->currentIndex()); });

@@ -9,7 +9,6 @@
 #include <QString>
 #include <QStringList>
 
-class ChatView;
 class HighlightTabBar;
 class MemberListView;
 class MyTabWidget;
@@ -113,8 +112,6 @@ public:
     // The chosen chat font, else the member list's.
     QFont currentChatFont() const;
     void applyChatBackground() override;
-    // The chat background on one view (a new tab's).
-    void applyChatBackground(ChatView* view);
     ChatPreferences& chatPreferences() override { return prefs; }
     QString theme() const override { return currentTheme; }
 
@@ -142,6 +139,8 @@ public slots:
     void showConnectDialog();
     void onDisconnectTriggered();
     void onReconnectTriggered();
+    // Opens the current network's log folder in the file manager.
+    void openLogFolder();
 
 
 protected:

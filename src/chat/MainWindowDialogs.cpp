@@ -8,9 +8,13 @@
 #include "Session.h"
 #include "TextDialog.h"
 
+#include <QDesktopServices>
+#include <QDir>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QStatusBar>
+#include <QUrl>
 
 void MainWindow::onSetAway()
 {
@@ -69,4 +73,15 @@ void MainWindow::editTopic(const QString& channel)
     if (dialog.exec() != QDialog::Accepted)
         return;
     session()->setTopic(channel, dialog.newTopic());
+}
+
+void MainWindow::openLogFolder()
+{
+    const QString folder = session()->logFolder();
+    if (folder.isEmpty()) {
+        statusBar()->showMessage(QStringLiteral("Logging is off: turn on \"Enable logging\" in Preferences."), 8000);
+        return;
+    }
+    QDir().mkpath(folder);
+    QDesktopServices::openUrl(QUrl::fromLocalFile(folder));
 }

@@ -3,7 +3,9 @@
 
 #include "MainWindow.h"
 
+#include "ChatPage.h"
 #include "ChatView.h"
+#include "EmojiPicker.h"
 #include "HighlightTabBar.h"
 #include "InfoBoxes.h"
 #include "MemberListView.h"
@@ -53,6 +55,7 @@ void MainWindow::setupMenuBar()
     noRole(server->addAction(QStringLiteral("&Disconnect"), this, &MainWindow::onDisconnectTriggered));
     server->addSeparator();
     noRole(server->addAction(QStringLiteral("&Reconnect"), this, &MainWindow::onReconnectTriggered));
+    noRole(server->addAction(QStringLiteral("Open &log folder"), this, &MainWindow::openLogFolder));
     server->addSeparator();
     QAction* quit = noRole(server->addAction(QStringLiteral("&Quit"), qApp, &QApplication::quit));
     quit->setShortcut(QKeySequence::Quit);
@@ -176,6 +179,7 @@ void MainWindow::applyConnectionPreferences()
         session->setReconnectPolicy(policy);
         session->setAcceptInvalidCertificates(prefs.acceptInvalidSsl);
         session->setLogging(prefs.logEnabled, prefs.logPath, &IrcText::stripFormatting);
+        session->setBacklog(prefs.backlogLines);
         session->setKeepAlive(qBound(10, prefs.pingInterval, 600), qBound(5, prefs.pingTimeout, 120));
     }
 }
@@ -189,6 +193,7 @@ void MainWindow::applyChatFont()
 {
     const QFont font = currentChatFont();
     inputLine->setFont(font);
+    EmojiPicker::setPreferredSize(prefs.emojiSize);
     // The themes give line edits a font size of their own; the input line's
     // own sheet wins over the window's, so the chosen size holds in every theme.
     QString family = font.family();
@@ -202,6 +207,7 @@ void MainWindow::applyChatFont()
             if (info.chatView) {
                 info.chatView->setFont(font);
                 info.chatView->setTimestampFormat(prefs.timestampFormat);
+                info.chatView->setEmojiSize(prefs.emojiSize);
             }
         }
     }
@@ -212,54 +218,9 @@ void MainWindow::applyChatBackground()
     for (const NetworkView* network : std::as_const(m_networks)) {
         for (const NetworkView::TabInfo& info : network->tabs) {
             if (info.chatView)
-                applyChatBackground(info.chatView);
+                ChatPage::applyBackground(info.chatView, prefs, currentTheme);
         }
     }
-}
-
-void MainWindow::applyChatBackground(ChatView* view)
-{
-    const bool dark = currentTheme == QLatin1String("dark");
-    const QString border = dark ? QStringLiteral("#555") : QStringLiteral("#ccc");
-    QColor background;
-    if (!prefs.chatBgImage.isEmpty())
-        background = Qt::white;
-    else if (prefs.chatBgColor.isValid())
-        background = prefs.chatBgColor;
-    else
-        background = dark ? QColor(0x1E, 0x1E, 0x1E) : QColor(Qt::white);
-
-    QString sheet;
-    if (!prefs.chatBgImage.isEmpty()) {
-        if (QUrl::fromLocalFile(prefs.chatBgImage).isValid())
-            sheet = QStringLiteral("ChatView {   border: 1px solid %1;   background-color: white;   "
-                                   "border-image: url(\"%2\") 0 0 0 0 stretch stretch; }")
-                        .arg(border, prefs.chatBgImage);
-        else
-            sheet = QStringLiteral("ChatView {   border: 1px solid %1;   background-color: white;   "
-                                   "border-image: none; }")
-                        .arg(border);
-    } else {
-        sheet = QStringLiteral("ChatView {   border: 1px solid %1;   background-color: %2;   "
-                               "border-image: none; }")
-                    .arg(border, background.name());
-    }
-    sheet += QStringLiteral(
-        "QScrollBar:vertical { background: transparent; width: 8px; }"
-        "QScrollBar:horizontal { background: transparent; height: 8px; }"
-        "QScrollBar::handle:vertical { background: rgba(128,128,128,0.5); border-radius: 4px; }"
-        "QScrollBar::handle:horizontal { background: rgba(128,128,128,0.5); border-radius: 4px; }"
-        "QScrollBar::add-line:vertical, QScrollBar::sub-line:vertical,"
-        "QScrollBar::add-line:horizontal, QScrollBar::sub-line:horizontal { border: none; background: none; }");
-
-    QPalette palette = view->palette();
-    palette.setColor(QPalette::Base, background);
-    palette.setColor(QPalette::Window, background);
-    view->setPalette(palette);
-    view->setAutoFillBackground(true);
-    if (view->styleSheet() != sheet)
-        view->setStyleSheet(sheet);
-    view->viewport()->update();
 }
 
 // --- Tray and notifications ------------------------------------------------------------

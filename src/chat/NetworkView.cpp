@@ -65,7 +65,7 @@ NetworkView::NetworkView(MainWindow* window)
     m_session = new Session(this);
     connectSession();
     // A tab opened later reads in the same font as the ones already open.
-    registerTab(ServerTab, ChatPage::create(false, false, m_window->currentChatFont()));
+    registerTab(ServerTab, ChatPage::create(false, false, m_window->currentChatFont(), m_window->inputLine));
 }
 
 // The session goes with this object; nobody listens to it by then.
@@ -207,8 +207,10 @@ void NetworkView::registerTab(const QString& name, QWidget* page)
     if (isPrivateTab(name))
         info.peerNick = name;
     tabs.insert(name, info);
-    if (info.chatView)
-        m_window->applyChatBackground(info.chatView);
+    if (info.chatView) {
+        ChatPage::applyBackground(info.chatView, m_window->prefs, m_window->currentTheme);
+        info.chatView->setEmojiSize(m_window->prefs.emojiSize);
+    }
 
     // After the network's last tab; a new network's server tab goes last.
     page->setProperty("network", QVariant::fromValue<QObject*>(this));
@@ -311,7 +313,7 @@ void NetworkView::onBufferOpened(const QString& buffer)
     if (tabs.contains(buffer))
         return;
     const bool isChannel = isChannelTab(buffer);
-    QWidget* page = ChatPage::create(isChannel, true, m_window->currentChatFont());
+    QWidget* page = ChatPage::create(isChannel, true, m_window->currentChatFont(), m_window->inputLine);
     registerTab(buffer, page);
     if (isChannel) {
         updateTopicLabel(buffer);

@@ -13,6 +13,7 @@ void ChatPreferences::load(ChatPreferences& prefs)
     prefs.scrollbackLines = qMax(0, settings.value(QStringLiteral("scrollbackLines"), 0).toInt());
     prefs.logEnabled = settings.value(QStringLiteral("logEnabled"), false).toBool();
     prefs.logPath = settings.value(QStringLiteral("logPath")).toString();
+    prefs.backlogLines = qBound(0, settings.value(QStringLiteral("backlogLines"), 50).toInt(), 1000);
     prefs.chatBgImage = settings.value(QStringLiteral("chatBgImage")).toString();
 
     const QString colour = settings.value(QStringLiteral("chatBgColor")).toString();

@@ -1,5 +1,7 @@
 #include "PreferencesDialog.h"
 
+#include "SessionLog.h"
+
 #include "PreferencesHost.h"
 #include "ThemeManager.h"
 
@@ -8,6 +10,7 @@
 #include <QColorDialog>
 #include <QComboBox>
 #include <QDialogButtonBox>
+#include <QDir>
 #include <QFileDialog>
 #include <QFontDialog>
 #include <QFormLayout>
@@ -191,6 +194,12 @@ QWidget* PreferencesDialog::buildChatPage()
     logRow->addWidget(logPathEdit, 1);
     logRow->addWidget(logBrowse);
     form->addRow(tr("Log path:"), logRow);
+    logPathEdit->setToolTip(tr("Empty: %1").arg(QDir::toNativeSeparators(SessionLog::defaultFolder())));
+
+    backlogSpin = newSpinBox(0, 1000, m_host->chatPreferences().backlogLines, QStringLiteral("prefsSpinBox"), page);
+    backlogSpin->setSpecialValueText(tr("Off"));
+    backlogSpin->setToolTip(tr("Logged lines shown when a conversation opens"));
+    form->addRow(tr("Backlog lines:"), backlogSpin);
 
     highlightCheck = new QCheckBox(tr("Highlight when your nick is mentioned"), page);
     highlightCheck->setChecked(true);
@@ -317,19 +326,14 @@ void PreferencesDialog::saveAndApply()
 {
     const QString theme = themeCombo->currentData().toString();
     ChatPreferences& prefs = m_host->chatPreferences();
-    m_host->applyTheme(theme);
     prefs.timestampFormat = tsCombo->currentText();
-    // The font and the timestamp format size the chat views' columns.
-    m_host->applyChatFont();
-
     prefs.emojiSize = emojiSpin->value();
     prefs.scrollbackLines = scrollbackSpin->value();
     prefs.logEnabled = logCheck->isChecked();
     prefs.logPath = logPathEdit->text().trimmed();
+    prefs.backlogLines = backlogSpin->value();
     prefs.chatBgImage = m_selectedBgImage;
     prefs.chatBgColor = m_selectedBgColor;
-    m_host->applyChatBackground();
-
     prefs.reopenNetworks = reopenNetworksCheck->isChecked();
     prefs.autoReconnect = autoReconnectCheck->isChecked();
     prefs.reconnectDelay = reconnectDelaySpin->value();
@@ -337,6 +341,11 @@ void PreferencesDialog::saveAndApply()
     prefs.pingInterval = pingIntervalSpin->value();
     prefs.pingTimeout = pingTimeoutSpin->value();
     prefs.acceptInvalidSsl = sslCheck->isChecked();
+
+    m_host->applyTheme(theme);
+    // The font and the timestamp format size the chat views' columns.
+    m_host->applyChatFont();
+    m_host->applyChatBackground();
     m_host->applyConnectionPreferences();
 
     QSettings settings;
@@ -347,6 +356,7 @@ void PreferencesDialog::saveAndApply()
     settings.setValue(QStringLiteral("scrollbackLines"), prefs.scrollbackLines);
     settings.setValue(QStringLiteral("logEnabled"), prefs.logEnabled);
     settings.setValue(QStringLiteral("logPath"), prefs.logPath);
+    settings.setValue(QStringLiteral("backlogLines"), prefs.backlogLines);
     settings.setValue(QStringLiteral("chatBgImage"), prefs.chatBgImage);
     settings.setValue(QStringLiteral("chatBgColor"),
         prefs.chatBgColor.isValid() ? prefs.chatBgColor.name() : QString());

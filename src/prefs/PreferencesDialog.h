@@ -63,6 +63,7 @@ private:
     QSpinBox* scrollbackSpin = nullptr;
     QCheckBox* logCheck = nullptr;
     QLineEdit* logPathEdit = nullptr;
+    QSpinBox* backlogSpin = nullptr;
     QCheckBox* highlightCheck = nullptr;
     QCheckBox* soundCheck = nullptr;
     QComboBox* userSortCombo = nullptr;

@@ -28,8 +28,10 @@ struct ChatPreferences
     int pingTimeout = 45;
     bool acceptInvalidSsl = false;
     // Logging.
-    QString logPath;
+    QString logPath; // empty: the default folder
     bool logEnabled = false;
+    // Logged rows shown when a conversation opens; 0: none.
+    int backlogLines = 50;
 
     // Reads the stored preferences into `into` (chatFont only when one was
     // stored: the caller's default font stays otherwise). A stored black

@@ -40,6 +40,7 @@ Session::Session(QObject* parent)
     m_clock.start();
 
     m_log = new SessionLog(this);
+    m_log->setNameFolding([this](const QString& name) { return m_connection->foldCase(name); });
     // A file that cannot be written is said once; logging to it stops.
     connect(m_log, &SessionLog::writeFailed, this, [this](const QString& path, const QString& reason) {
         addLine(ServerBuffer, QStringLiteral("*** Logging to %1 stopped: %2").arg(path, reason));
@@ -311,6 +312,7 @@ bool Session::openBuffer(const QString& name)
         watchQuery(name);
     }
     emit bufferOpened(name);
+    showBacklog(name);
     return true;
 }
 
@@ -390,7 +392,7 @@ void Session::addLine(
             it->mentioned = true;
     }
     if (m_log->isActive())
-        m_log->append(networkName(), m_connection->foldCase(buffer), line);
+        m_log->append(networkName(), buffer, line);
     emit lineAdded(buffer, line);
 }
 

@@ -32,6 +32,8 @@ struct BufferLine
         Mention = 8, // names the user in a channel, or any private message to them
         Action = 16, // "/me": text is what the sender does
         Notice = 32, // a NOTICE
+        Backlog = 64, // read back from the log when the buffer opened: grey
+        Separator = 128, // the rule between the backlog and the rows of now
     };
 
     qint64 time = 0; // milliseconds since the epoch
@@ -187,7 +189,13 @@ public:
     // The file the rows of buffer go to ("" while logging is off), and
     // writing what is waiting now (it is written every two seconds anyway).
     QString logFile(const QString& buffer) const;
+    // The folder of this network's log files ("" while logging is off).
+    QString logFolder() const;
+    // Waits until every row so far is written.
     void flushLog();
+    // A channel or query buffer that opens starts with its last `rows` logged
+    // rows (0: none), then a separator row.
+    void setBacklog(int rows) { m_backlogRows = qMax(0, rows); }
     // Certificates that fail verification are taken with a warning row.
     void setAcceptInvalidCertificates(bool accept) { m_connection->setAcceptInvalidCertificates(accept); }
     // The user's answer to certificateDecisionNeeded: connect again taking
@@ -330,6 +338,7 @@ private:
     // buffer and the server has not confirmed the part yet.
     bool isLeaving(const QString& channel) const;
     void onWhoisEnd(const QString& nick);
+    void showBacklog(const QString& buffer);
     void onListStart();
     void onListEnd();
 
@@ -361,6 +370,7 @@ private:
     QSet<QString> m_joined; // folded names of the channels the user is in
     QHash<QString, QString> m_queries; // folded nick -> the query buffer's name
     SessionLog* m_log = nullptr;
+    int m_backlogRows = 0;
     QSet<QString> m_leaving; // folded names of channels closed while joined
     QHash<QString, QString> m_channelKeys; // folded channel -> the key it was joined with
     ReconnectPolicy m_reconnectPolicy;

@@ -465,6 +465,7 @@ void Session::onMode(const QString& from, const QString& target, const QStringLi
 void Session::onServerSupport()
 {
     MemberList::announceModeSymbols(prefixSymbols());
+    m_log->forgetFiles();
     // The case mapping may have changed: the queries' index is made anew.
     m_queries.clear();
     for (auto it = m_buffers.cbegin(); it != m_buffers.cend(); ++it) {
@@ -532,9 +533,39 @@ QString Session::logFile(const QString& buffer) const
     return m_log->filePath(networkName(), m_connection->foldCase(buffer));
 }
 
+QString Session::logFolder() const
+{
+    return m_log->networkFolder(networkName());
+}
+
 void Session::flushLog()
 {
-    m_log->flush();
+    m_log->sync();
+}
+
+void Session::showBacklog(const QString& buffer)
+{
+    const BufferType type = typeOf(buffer);
+    if (m_backlogRows == 0 || !m_log->isActive() || (type != BufferType::Channel && type != BufferType::Query))
+        return;
+    // Rows of this buffer still on their way to the disk belong to the backlog too.
+    m_log->sync();
+    QList<BufferLine> rows = SessionLog::readTail(logFile(buffer), m_backlogRows);
+    if (rows.isEmpty())
+        return;
+    BufferLine separator;
+    separator.time = QDateTime::currentMSecsSinceEpoch();
+    separator.flags = BufferLine::Backlog | BufferLine::Separator;
+    rows.append(separator);
+    for (BufferLine& row : rows) {
+        // A receiver of lineAdded may close the buffer.
+        const auto it = m_buffers.find(buffer);
+        if (it == m_buffers.end())
+            return;
+        row.flags |= BufferLine::Backlog;
+        it->lines.append(row);
+        emit lineAdded(buffer, row);
+    }
 }
 
 // --- Certificates ---------------------------------------------------------------

@@ -138,6 +138,39 @@ private slots:
         QTEST(hrefs, "links");
     }
 
+    // Emoji are drawn at the chosen size in the colour font, with what joins
+    // or modifies them; other symbols stay text.
+    void emoji_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("sized");
+        QTest::newRow("face") << "hi \U0001F600!" << "\U0001F600";
+        QTest::newRow("skin tone") << "\U0001F44D\U0001F3FD ok" << "\U0001F44D\U0001F3FD";
+        QTest::newRow("family") << "\U0001F468\u200D\U0001F469\u200D\U0001F467" << "\U0001F468\u200D\U0001F469\u200D\U0001F467";
+        QTest::newRow("heart with selector") << "\u2764\uFE0F love" << "\u2764\uFE0F";
+        QTest::newRow("keycap and flag") << "1\uFE0F\u20E3 \U0001F1EB\U0001F1F7" << "1\uFE0F\u20E3\U0001F1EB\U0001F1F7";
+        QTest::newRow("star") << "a \u2B50" << "\u2B50";
+        QTest::newRow("text symbols") << "\u2713 \u2190 (c) #1" << "";
+    }
+
+    void emoji()
+    {
+        QFETCH(QString, text);
+        view->setEmojiSize(31);
+        view->appendLine(QStringLiteral("[t]"), line("bob", text));
+        const QString laidOut = view->rowText(0);
+        const int start = int(laidOut.lastIndexOf('\t')) + 2;
+        QString sized;
+        for (int i = start; i < laidOut.size(); ++i) {
+            const QTextCharFormat format = view->formatAt(0, i);
+            if (format.intProperty(QTextFormat::FontPixelSize) == 31) {
+                QVERIFY(format.fontFamilies().toStringList().contains("Noto Color Emoji"));
+                sized += laidOut.at(i);
+            }
+        }
+        QTEST(sized, "sized");
+    }
+
     // Right-to-left text and direction overrides stay in their column: the
     // timestamp at the left edge, the nick left of the rule, the message
     // right of it, and a message's last letters in the order they read.

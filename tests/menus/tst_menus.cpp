@@ -121,7 +121,7 @@ private slots:
         QCOMPARE(menuEntries(w->menuBar()),
             (QStringList { "&Server", "&User", "&Channel", "&Settings", "About" }));
         QCOMPARE(menuEntries(menus.at(0)->menu()),
-            (QStringList { "&Connect...", "&Disconnect", "-", "&Reconnect", "-", "&Quit" }));
+            (QStringList { "&Connect...", "&Disconnect", "-", "&Reconnect", "Open &log folder", "-", "&Quit" }));
         QCOMPARE(menuEntries(menus.at(1)->menu()), (QStringList { "Marked Away...", "Change Nick..." }));
         QCOMPARE(menuEntries(menus.at(2)->menu()), (QStringList { "&Join channel...", "Channel &List" }));
         QCOMPARE(menuEntries(menus.at(3)->menu()), QStringList { "&Preferences..." });

@@ -163,7 +163,8 @@ private slots:
         QCOMPARE(storedPairs(),
             sorted({ "theme=dark", "chatFont=" + QFont().toString(), "timestampFormat=[HH:mm:ss]",
                 "emojiSize=20", "scrollbackLines=0", "logEnabled=false",
-                "logPath=", "chatBgImage=", "chatBgColor=", "reopenNetworks=true", "autoReconnect=true", "reconnectDelay=10",
+                "logPath=", "backlogLines=50", "chatBgImage=", "chatBgColor=", "reopenNetworks=true", "autoReconnect=true",
+                "reconnectDelay=10",
                 "reconnectAttempts=0", "pingInterval=60", "pingTimeout=45", "acceptInvalidSsl=false" }));
         QCOMPARE(window.main->currentTheme, QStringLiteral("dark"));
         QCOMPARE(window.main->styleSheet(), ThemeManager::globalStyleSheet("dark"));
@@ -175,7 +176,7 @@ private slots:
     {
         const QString font = QFont(QFontDatabase::families().value(0), 15).toString();
         const QStringList pairs = sorted({ "theme=glass", "chatFont=" + font, "timestampFormat=[hh:mm:ss AP]",
-            "emojiSize=33", "scrollbackLines=5000", "logEnabled=true", "logPath=/var/log/quenvar", "chatBgImage=/pics/a b.png",
+            "emojiSize=33", "scrollbackLines=5000", "logEnabled=true", "logPath=/var/log/quenvar", "backlogLines=0", "chatBgImage=/pics/a b.png",
             "chatBgColor=#123456", "reopenNetworks=false", "autoReconnect=false", "reconnectDelay=250", "reconnectAttempts=7",
             "pingInterval=500", "pingTimeout=100", "acceptInvalidSsl=true" });
         QSettings settings;
@@ -200,6 +201,7 @@ private slots:
         control<QSpinBox>(dialog, "Scrollback lines:")->setValue(2000);
         control<QCheckBox>(dialog, "Enable logging")->setChecked(true);
         logPathEdit(dialog)->setText("  /tmp/irc logs  ");
+        control<QSpinBox>(dialog, "Backlog lines:")->setValue(200);
         control<QCheckBox>(dialog, "Reopen the networks open at exit")->setChecked(false);
         control<QCheckBox>(dialog, "Auto-reconnect on disconnect")->setChecked(false);
         control<QSpinBox>(dialog, "Reconnect delay:")->setValue(30);
@@ -211,7 +213,7 @@ private slots:
 
         QCOMPARE(storedPairs(),
             sorted({ "theme=light", "chatFont=" + QFont().toString(), "timestampFormat=hh:mm", "emojiSize=40",
-                "scrollbackLines=2000", "logEnabled=true", "logPath=/tmp/irc logs",
+                "scrollbackLines=2000", "logEnabled=true", "logPath=/tmp/irc logs", "backlogLines=200",
                 "chatBgImage=", "chatBgColor=", "reopenNetworks=false", "autoReconnect=false", "reconnectDelay=30",
                 "reconnectAttempts=5", "pingInterval=120", "pingTimeout=20", "acceptInvalidSsl=true" }));
     }

@@ -435,39 +435,6 @@ private slots:
         QCOMPARE(texts(session.lines(Session::ServerBuffer)).filter("No system keyring answered").size(), 1);
     }
 
-    // Logging: a file per buffer under <folder>/<network>/, plain text with
-    // the time and offset; a folder that cannot be written is said once.
-    void logging()
-    {
-        QTemporaryDir folder;
-        Harness h;
-        QVERIFY(h.connect());
-        h.session->setLogging(true, folder.path(), &IrcText::stripFormatting);
-        h.says(":bob!u@h JOIN #Chan\n:bob!u@h PRIVMSG #Chan :\x02hi\x02 \x03" "04there\n"
-               ":bob!u@h PRIVMSG #Chan :\x01" "ACTION waves\x01\n:bob!u@h PRIVMSG me :psst");
-        h.session->flushLog();
-        const QString file = folder.filePath("127.0.0.1/#chan.log");
-        QCOMPARE(h.session->logFile("#Chan"), file);
-        QFile log(file);
-        QVERIFY(log.open(QIODevice::ReadOnly));
-        const QStringList rows = QString::fromUtf8(log.readAll()).split('\n', Qt::SkipEmptyParts);
-        const QRegularExpression time("^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d(Z|[+-]\\d\\d:\\d\\d) ");
-        QStringList texts;
-        for (const QString& row : rows) {
-            QVERIFY2(time.match(row).hasMatch(), qPrintable(row));
-            texts << row.section(' ', 1);
-        }
-        QCOMPARE(texts, (QStringList { "* bob joined #Chan", "<bob> hi there", "* bob waves" }));
-        QVERIFY(QFile::exists(folder.filePath("127.0.0.1/bob.log")));
-
-        h.session->setLogging(true, "/proc/quenvar-no-such-folder");
-        h.says(":bob!u@h PRIVMSG #Chan :one\n:bob!u@h PRIVMSG #Chan :two");
-        h.session->flushLog();
-        h.says(":bob!u@h PRIVMSG #Chan :three");
-        h.session->flushLog();
-        QCOMPARE(h.lines("Server").filter("*** Logging to /proc/quenvar-no-such-folder/127.0.0.1/#chan.log stopped").size(), 1);
-    }
-
     // The record's autojoin list is stored with it and joined once registered.
     void autojoinOnRegistration()
     {

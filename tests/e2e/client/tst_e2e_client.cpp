@@ -30,6 +30,8 @@
 #include <QSettings>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 #include <QTextDocument>
@@ -110,9 +112,9 @@ private:
     }
 
     // Waits until tab shows row; tells what it shows instead otherwise.
-    bool shows(const QString& tab, const QString& row, const NetworkView* network = nullptr) const
+    bool shows(const QString& tab, const QString& row, int timeoutMs = kTimeout, const NetworkView* network = nullptr) const
     {
-        if (QTest::qWaitFor([&] { return rows(tab, network).contains(row); }, kTimeout))
+        if (QTest::qWaitFor([&] { return rows(tab, network).contains(row); }, timeoutMs))
             return true;
         qWarning().noquote() << tab << "has no row" << row << "but:\n" << rows(tab, network).join(QLatin1Char('\n'));
         return false;
@@ -612,9 +614,9 @@ private slots:
         QVERIFY(!ann->waitForLine("^:onenick!\\S+ PRIVMSG #same :hello one$").isEmpty());
         ann->sendLine("PRIVMSG #same :from one");
         bea->sendLine("PRIVMSG #same :twonick: from two");
-        QVERIFY(shows("#same", "<ann> from one", one) && shows("#same", "<bea> twonick: from two", two));
+        QVERIFY(shows("#same", "<ann> from one", kTimeout, one) && shows("#same", "<bea> twonick: from two", kTimeout, two));
         ann->sendLine("PRIVMSG onenick :psst");
-        QVERIFY(shows("ann", "<ann> psst", one));
+        QVERIFY(shows("ann", "<ann> psst", kTimeout, one));
         QCOMPARE(labels(), (QStringList { "QuenvarTest", "#same [QuenvarTest]", "ann", "OtherNet", "#same [OtherNet]" }));
         QVERIFY(w->tabBar->isHighlighted(2) && !w->tabBar->isHighlighted(3) && w->tabBar->isHighlighted(4));
         QVERIFY(!rows("#same", one).join('\n').contains("from two") && !rows("#same", two).join('\n').contains("from one"));
@@ -662,7 +664,7 @@ private slots:
         type("/msg #same still here");
         QVERIFY(!bea->waitForLine("PRIVMSG #same :still here$").isEmpty());
         bea->sendLine("PRIVMSG #same :after");
-        QVERIFY(shows("#same", "<bea> after", two));
+        QVERIFY(shows("#same", "<bea> after", kTimeout, two));
     }
 
     // 300 new senders at once: 50 conversations open, the other first
@@ -707,6 +709,106 @@ private slots:
 #else
         Q_UNUSED(grown); // AddressSanitizer keeps freed memory in quarantine: no bound there
 #endif
+    }
+
+    // With logging on: what the log files hold after a session, the backlog
+    // a reopened conversation starts with, a log folder that cannot be
+    // written, and finding in a long scrollback.
+    void logsBacklogAndFind()
+    {
+        QTemporaryDir logs;
+        QSettings settings;
+        settings.setValue("logEnabled", true);
+        settings.setValue("logPath", logs.path());
+        settings.setValue("backlogLines", 2);
+        settings.sync();
+        w = std::make_unique<MainWindow>(nullptr, MainWindow::Startup::Quiet);
+        RawIrcClient* bob = user("bob");
+        QVERIFY(connectAs("logme", { bob }));
+        QVERIFY(joinFromWindow("#Logs"));
+        QVERIFY(bob->join("#logs"));
+        bob->sendLine("PRIVMSG #logs :\x02hello\x02 \x03" "04there");
+        bob->sendLine("PRIVMSG #logs :\x01" "ACTION waves\x01");
+        type("/topic a topic");
+        QVERIFY(shows("#Logs", "<logme> changed the topic to a topic"));
+        bob->sendLine("PRIVMSG logme :psst");
+        QVERIFY(shows("bob", "<bob> is back online"));
+        type("/msg bob back");
+        bob->sendLine("PART #logs :bye");
+        QVERIFY(shows("#Logs", "<bob> left #Logs (bye)"));
+        QVERIFY(w->network()->tabs.contains("bob"));
+
+        w->session()->flushLog();
+        const QRegularExpression stamp("^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d([+-]\\d\\d:\\d\\d|Z) ");
+        const auto logged = [&](const QString& buffer) {
+            QFile file(w->session()->logFile(buffer));
+            QStringList texts;
+            if (!file.open(QIODevice::ReadOnly))
+                return QStringList { "cannot open " + file.fileName() };
+            for (const QString& row : QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts))
+                texts << (stamp.match(row).hasMatch() ? row.mid(stamp.match(row).capturedLength()) : "no time: " + row);
+            return texts;
+        };
+        // Each network in its own folder, each buffer in a file named by its folded name.
+        QCOMPARE(QFileInfo(w->session()->logFile("#Logs")).fileName(), "#logs.log");
+        QVERIFY(w->session()->logFile("#Logs").startsWith(w->session()->logFolder() + "/"));
+        QCOMPARE(logged("#Logs"),
+            (QStringList { "* logme joined #Logs", "* bob joined #Logs", "<bob> hello there", "* bob waves",
+                "* logme changed the topic to a topic", "* bob left #Logs (bye)" }));
+        QCOMPARE(logged("bob"), (QStringList { "<bob> psst", "* bob is back online", "<logme> back" }));
+
+        // Reopened, the conversation starts with its last rows, greyed, and a separator.
+        w->closeTab(w->tabWidget->indexOf(w->network()->tabs.value("bob").widget));
+        bob->sendLine("PRIVMSG logme :again");
+        QVERIFY(shows("bob", "<bob> again"));
+        const ChatView* view = w->network()->tabs.value("bob").chatView;
+        QCOMPARE(rows("bob").mid(0, 2), (QStringList { "<*> bob is back online", "<logme> back" }));
+        QCOMPARE(view->row(0).flags & BufferLine::Backlog, BufferLine::Backlog);
+        QCOMPARE(view->row(2).flags & BufferLine::Separator, BufferLine::Separator);
+        QCOMPARE(view->row(3).flags & (BufferLine::Backlog | BufferLine::Separator), 0);
+
+        // Find over a long scrollback: Ctrl+F, the newest match first, Enter older, Escape closes.
+        for (int i = 0; i < 400; ++i)
+            bob->sendLine(QStringLiteral("PRIVMSG logme :line %1%2").arg(i).arg(i % 100 == 7 ? " Needle" : ""));
+        QVERIFY(shows("bob", "<bob> line 399", 30000));
+        switchTo("bob");
+        w->show();
+        QVERIFY(QTest::qWaitForWindowExposed(w.get()));
+        QTest::keyClick(w.get(), Qt::Key_F, Qt::ControlModifier);
+        auto* find = w->network()->tabs.value("bob").widget->findChild<QLineEdit*>("findEdit");
+        QVERIFY(find && find->isVisible() && find->hasFocus());
+        QTest::keyClicks(find, "nEEDLE");
+        auto* count = w->network()->tabs.value("bob").widget->findChild<QLabel*>("findCount");
+        QCOMPARE(count->text(), "4 of 4");
+        QCOMPARE(view->rowText(view->currentMatchRow()).section('\t', -1).trimmed(), "line 307 Needle");
+        QTest::keyClick(find, Qt::Key_Return);
+        QCOMPARE(view->rowText(view->currentMatchRow()).section('\t', -1).trimmed(), "line 207 Needle");
+        QVERIFY(view->firstVisibleRow() <= view->currentMatchRow());
+        QTest::keyClick(find, Qt::Key_Return, Qt::ShiftModifier);
+        QTest::keyClick(find, Qt::Key_Return, Qt::ShiftModifier);
+        QCOMPARE(count->text(), "1 of 4"); // wrapped round to the oldest
+        QTest::keyClick(find, Qt::Key_Escape);
+        QVERIFY(!find->isVisible());
+        QVERIFY(w->inputLine->hasFocus());
+        QCOMPARE(view->matchCount(), 0);
+
+        // A log folder that cannot be written: said once, the chat goes on.
+        QTemporaryDir readOnly;
+        QFile occupied(readOnly.filePath(QFileInfo(w->session()->logFolder()).fileName()));
+        QVERIFY(occupied.open(QIODevice::WriteOnly));
+        occupied.close();
+        QFile::setPermissions(readOnly.path(), QFile::ReadOwner | QFile::ExeOwner);
+        settings.setValue("logPath", readOnly.path());
+        w->loadPreferences();
+        bob->sendLine("PRIVMSG logme :one");
+        QVERIFY(shows("bob", "<bob> one"));
+        w->session()->flushLog();
+        bob->sendLine("PRIVMSG logme :two");
+        QVERIFY(shows("bob", "<bob> two"));
+        w->session()->flushLog();
+        // Once per file (this conversation's and the server tab's).
+        QCOMPARE(rows("Server").filter(QRegularExpression("^\\*\\*\\* Logging to " + QRegularExpression::escape(readOnly.path()) + "/.*/bob.log stopped: ")).size(), 1);
+        QFile::setPermissions(readOnly.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
 
     // Without a real name the window still registers; a message longer than
