@@ -34,16 +34,18 @@ const QString ServerTab = QStringLiteral("Server");
 const QString ListTab = QStringLiteral("List");
 
 
+// The close button of the current tab is white; the others take the grey of
+// the theme's tabs (ThemeManager::tabWidgetStyleSheet).
 const QString& closeButtonStyle(bool current)
 {
     const auto style = [](QLatin1String colour) {
         return QStringLiteral("QPushButton {  background: transparent;  border: none;  font-size: 16px;  "
-                              "font-weight: bold;  color: %1;  padding: 0px;}QPushButton:hover {  "
+                              "font-weight: bold; %1 padding: 0px;}QPushButton:hover {  "
                               "background: rgba(0,0,0,0.1);  border-radius: 4px;}")
             .arg(colour);
     };
-    static const QString currentStyle = style(QLatin1String("#FFFFFF"));
-    static const QString otherStyle = style(QLatin1String("#999999"));
+    static const QString currentStyle = style(QLatin1String("color: #FFFFFF;"));
+    static const QString otherStyle = style(QLatin1String(""));
     return current ? currentStyle : otherStyle;
 }
 

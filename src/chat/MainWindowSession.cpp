@@ -15,6 +15,7 @@
 #include "MemberListView.h"
 #include "MyTabWidget.h"
 #include "Session.h"
+#include "ThemeManager.h"
 
 #include <QAction>
 #include <QDateTime>
@@ -273,10 +274,12 @@ void MainWindow::updateTopicLabel(const QString& channel)
     if (it == tabs.cend() || !it->topicLabel || !it->topicBar)
         return;
     const QString topic = m_session->topic(channel);
+    // The topic strip shows the window colour of the theme.
+    const QColor strip(ThemeManager::palette(currentTheme).windowBg);
     if (topic.isEmpty())
         it->topicLabel->clear();
     else
-        it->topicLabel->setText(IrcText::ircTopicToHtml(topic));
+        it->topicLabel->setText(IrcText::ircTopicToHtml(topic, strip));
 }
 
 void MainWindow::updateTopicEditButton(const QString& channel)
