@@ -803,7 +803,9 @@ private slots:
             bar.addTab(QStringLiteral("next"));
             auto* close = new QPushButton(QString(QChar(0x00D7)));
             close->setFixedSize(20, 20);
+            close->setStyleSheet(QStringLiteral("QPushButton { background: transparent; border: none; }"));
             bar.setTabButton(0, QTabBar::LeftSide, close);
+            bar.setCurrentIndex(1);
             bar.resize(bar.sizeHint());
             bar.show();
             QVERIFY(QTest::qWaitForWindowExposed(&bar));
