@@ -309,6 +309,19 @@ QString ThemeManager::tabWidgetStyleSheet(const QString& theme)
                   tabs.text.name().toUpper(), fill(), tabs.dimmedText.name().toUpper());
 }
 
+const QString& ThemeManager::tabCloseButtonStyleSheet(bool current)
+{
+    const auto style = [](QLatin1String colour) {
+        return QStringLiteral("QPushButton {  background: transparent;  border: none;  font-size: 16px;  "
+                              "font-weight: bold; %1 padding: 0px;}QPushButton:hover {  "
+                              "background: rgba(0,0,0,0.1);  border-radius: 4px;}")
+            .arg(colour);
+    };
+    static const QString currentStyle = style(QLatin1String("color: #FFFFFF;"));
+    static const QString otherStyle = style(QLatin1String(""));
+    return current ? currentStyle : otherStyle;
+}
+
 QString ThemeManager::statusBarStyleSheet(const QString& theme, bool connected)
 {
     const bool dark = isDark(theme);

@@ -43,6 +43,9 @@ public:
     // The chat window's tabs; on dark themes the pane behind a page takes the
     // window colour, so that the topic text stays readable.
     static QString tabWidgetStyleSheet(const QString& theme);
+    // A tab's close button: white on the current tab; on the others the grey
+    // that tabWidgetStyleSheet gives them.
+    static const QString& tabCloseButtonStyleSheet(bool current);
     // The status bar: green while connected, pink while not, in the shade of
     // the theme.
     static QString statusBarStyleSheet(const QString& theme, bool connected);

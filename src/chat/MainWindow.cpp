@@ -9,6 +9,7 @@
 #include "MemberListView.h"
 #include "MyTabWidget.h"
 #include "Session.h"
+#include "ThemeManager.h"
 
 #include <QCompleter>
 #include <QHBoxLayout>
@@ -32,22 +33,6 @@ namespace {
 
 const QString ServerTab = QStringLiteral("Server");
 const QString ListTab = QStringLiteral("List");
-
-
-// The close button of the current tab is white; the others take the grey of
-// the theme's tabs (ThemeManager::tabWidgetStyleSheet).
-const QString& closeButtonStyle(bool current)
-{
-    const auto style = [](QLatin1String colour) {
-        return QStringLiteral("QPushButton {  background: transparent;  border: none;  font-size: 16px;  "
-                              "font-weight: bold; %1 padding: 0px;}QPushButton:hover {  "
-                              "background: rgba(0,0,0,0.1);  border-radius: 4px;}")
-            .arg(colour);
-    };
-    static const QString currentStyle = style(QLatin1String("color: #FFFFFF;"));
-    static const QString otherStyle = style(QLatin1String(""));
-    return current ? currentStyle : otherStyle;
-}
 
 } // namespace
 
@@ -364,7 +349,7 @@ int MainWindow::addTabPage(QWidget* page, const QString& label)
     button->setFlat(true);
     button->setFixedSize(20, 20);
     button->setCursor(Qt::ArrowCursor);
-    button->setStyleSheet(closeButtonStyle(index == tabWidget->currentIndex()));
+    button->setStyleSheet(ThemeManager::tabCloseButtonStyleSheet(index == tabWidget->currentIndex()));
     const QPointer<QWidget> target(page);
     connect(button, &QPushButton::clicked, this, [this, target] {
         if (target)
@@ -380,7 +365,7 @@ void MainWindow::updateCloseButtons()
     const int current = tabWidget->currentIndex();
     for (int i = 0; i < tabWidget->count(); ++i) {
         QWidget* button = tabBar->tabButton(i, QTabBar::LeftSide);
-        const QString& style = closeButtonStyle(i == current);
+        const QString& style = ThemeManager::tabCloseButtonStyleSheet(i == current);
         if (button && button->styleSheet() != style)
             button->setStyleSheet(style);
     }

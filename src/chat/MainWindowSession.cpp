@@ -274,12 +274,11 @@ void MainWindow::updateTopicLabel(const QString& channel)
     if (it == tabs.cend() || !it->topicLabel || !it->topicBar)
         return;
     const QString topic = m_session->topic(channel);
-    // The topic strip shows the window colour of the theme.
-    const QColor strip(ThemeManager::palette(currentTheme).windowBg);
     if (topic.isEmpty())
         it->topicLabel->clear();
-    else
-        it->topicLabel->setText(IrcText::ircTopicToHtml(topic, strip));
+    else // on the topic strip, in the theme's window colour
+        it->topicLabel->setText(
+            IrcText::ircTopicToHtml(topic, QColor(ThemeManager::palette(currentTheme).windowBg)));
 }
 
 void MainWindow::updateTopicEditButton(const QString& channel)
