@@ -98,11 +98,10 @@ void MainWindow::updateStatusBar()
         label->setTextFormat(Qt::PlainText);
         bar->addPermanentWidget(label);
     }
+    bar->setStyleSheet(ThemeManager::statusBarStyleSheet(currentTheme, m_session->isConnected()));
     if (!m_session->isConnected()) {
-        bar->setStyleSheet(QStringLiteral("QStatusBar { background-color: #f8d7da; }"));
         label->setText(QStringLiteral("Disconnected"));
     } else {
-        bar->setStyleSheet(QStringLiteral("QStatusBar { background-color: #d4edda; }"));
         label->setText(
             QStringLiteral("Connected to %1 as %2").arg(m_session->host(), m_session->nick()));
     }
@@ -141,6 +140,8 @@ void MainWindow::applyTheme(const QString& theme)
 
     splitter->setStyleSheet(QStringLiteral("QSplitter::handle { background: transparent; }"));
     applyChatBackground();
+    for (auto it = tabs.cbegin(); it != tabs.cend(); ++it)
+        updateTopicLabel(it.key());
     tabBar->updateGeometry();
     userList->setVisible(userListShouldBeVisible);
     updateStatusBar();

@@ -17,6 +17,7 @@
 #include "MemberListView.h"
 #include "MyTabWidget.h"
 #include "Session.h"
+#include "ThemeManager.h"
 
 #include <QAction>
 #include <QDateTime>
@@ -279,8 +280,9 @@ void MainWindow::updateTopicLabel(const QString& channel)
     const QString topic = m_session->topic(channel);
     if (topic.isEmpty())
         it->topicLabel->clear();
-    else
-        it->topicLabel->setText(IrcText::ircTopicToHtml(topic));
+    else // on the topic strip, in the theme's window colour
+        it->topicLabel->setText(
+            IrcText::ircTopicToHtml(topic, QColor(ThemeManager::palette(currentTheme).windowBg)));
 }
 
 void MainWindow::updateTopicEditButton(const QString& channel)
