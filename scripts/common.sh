@@ -6,7 +6,7 @@ QUENVAR_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 # What building needs, and what the tests need on top (the IRC server the
 # end-to-end tests start, openssl for their certificates, an X server for
 # looking at the program, fonts so that text renders the same everywhere).
-QUENVAR_BUILD_PACKAGES="cmake g++ make pkg-config qt6-base-dev qt6-base-dev-tools qt6-svg-dev libgl-dev fonts-dejavu-core fonts-noto-color-emoji"
+QUENVAR_BUILD_PACKAGES="cmake g++ make pkg-config qt6-base-dev qt6-base-dev-tools qt6-svg-dev libgl-dev libxcb1-dev fonts-dejavu-core fonts-noto-color-emoji"
 QUENVAR_TEST_PACKAGES="inspircd ngircd openssl python3 xvfb xauth"
 # Installed without the packages they recommend: the keyring library would
 # bring a desktop's keyring and GTK, anope a mail server. The tests run their

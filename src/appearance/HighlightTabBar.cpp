@@ -1,5 +1,7 @@
 #include "HighlightTabBar.h"
 
+#include "ThemeManager.h"
+
 #include <QColor>
 #include <QPaintEvent>
 #include <QStyleOptionTab>
@@ -95,8 +97,10 @@ void HighlightTabBar::setTabDimmed(int index, bool dimmed)
 void HighlightTabBar::paintEvent(QPaintEvent* event)
 {
     QStylePainter painter(this);
-    const QColor highlightColor(
-        m_theme == QLatin1String("dark") ? QStringLiteral("#FFD700") : QStringLiteral("#FFB800"));
+    // The colours of the chat window's tabs in this theme: the title of a
+    // highlighted tab alternates between the highlight colour and the tabs'
+    // own text colour.
+    const ThemeManager::TabColours colours = ThemeManager::tabColours(m_theme);
 
     for (int i = 0; i < count(); ++i) {
         if (!event->region().intersects(tabRect(i)))
@@ -106,40 +110,33 @@ void HighlightTabBar::paintEvent(QPaintEvent* event)
         initStyleOption(&option, i);
 
         const auto it = m_highlights.constFind(i);
-        if (it == m_highlights.constEnd() || !it->highlighted) {
-            if (!isTabDimmed(i)) {
-                painter.drawControl(QStyle::CE_TabBarTab, option);
-                continue;
-            }
-            const QString title = option.text;
-            option.text.clear();
+        const bool highlighted = it != m_highlights.constEnd() && it->highlighted;
+        if (!highlighted && !isTabDimmed(i)) {
             painter.drawControl(QStyle::CE_TabBarTab, option);
-            painter.save();
-            QFont italic = painter.font();
-            italic.setItalic(true);
-            painter.setFont(italic);
-            painter.setPen(QColor(m_theme == QLatin1String("dark") ? QStringLiteral("#9A9A9A") : QStringLiteral("#7A7A7A")));
-            const QRect textRect = style()->subElementRect(QStyle::SE_TabBarTabText, &option, this);
-            painter.drawText(textRect, Qt::AlignCenter | Qt::TextShowMnemonic, title);
-            painter.restore();
             continue;
         }
 
-        const bool on = it->blinkState;
-        option.palette.setColor(QPalette::WindowText, on ? highlightColor : QColor());
-        const QString text = option.text;
+        QColor pen = colours.dimmedText;
+        QFont font = painter.font();
+        font.setItalic(!highlighted);
+        if (highlighted) {
+            pen = it->blinkState ? colours.highlight : colours.text;
+            option.palette.setColor(QPalette::WindowText, pen);
+            font.setBold(true);
+        }
+        const QString title = option.text;
         option.text.clear();
         painter.drawControl(QStyle::CE_TabBarTab, option);
 
         painter.save();
-        QFont boldFont = painter.font();
-        boldFont.setBold(true);
-        painter.setFont(boldFont);
-        painter.setPen(on ? highlightColor : option.palette.color(QPalette::WindowText));
+        painter.setFont(font);
+        painter.setPen(pen);
         const QRect textRect = style()->subElementRect(QStyle::SE_TabBarTabText, &option, this);
-        // The tab was sized for the regular font; let the bold title run into
-        // the padding rather than be cut at both ends.
-        painter.drawText(textRect, Qt::AlignCenter | Qt::TextShowMnemonic | Qt::TextDontClip, text);
+        // The tab was sized for the regular font: a bold title that does not
+        // fit is cut with an ellipsis rather than run over its neighbours.
+        const QString shown
+            = QFontMetrics(font).elidedText(title, Qt::ElideRight, textRect.width(), Qt::TextShowMnemonic);
+        painter.drawText(textRect, Qt::AlignCenter | Qt::TextShowMnemonic, shown);
         painter.restore();
     }
 }

@@ -15,6 +15,7 @@ ChannelListPage::ChannelListPage(const QString& theme, const QString& filter, QW
     layout->setContentsMargins(0, 0, 0, 0);
 
     m_info = new QLabel(this);
+    m_info->setObjectName(QStringLiteral("channelListInfo")); // coloured by the window's theme
     m_info->setTextFormat(Qt::PlainText); // shows the server's name
     m_info->setStyleSheet(QStringLiteral("font-weight: bold; padding: 4px;"));
     layout->addWidget(m_info);

@@ -91,7 +91,8 @@ QString ChatRowLayout::displayNick(const QString& sender)
     return sender.left(keep) + QChar(0x2026);
 }
 
-void ChatRowLayout::build(const ChatRowContent* row, const ChatRowColumns& columns, QFont font, qreal width)
+void ChatRowLayout::build(const ChatRowContent* row, const ChatRowColumns& columns, QFont font, qreal width,
+    const Contrast::ReadableOn& readable)
 {
     font.setStyleStrategy(QFont::PreferNoShaping);
     QList<QTextLayout::FormatRange> formats;
@@ -107,7 +108,7 @@ void ChatRowLayout::build(const ChatRowContent* row, const ChatRowColumns& colum
         };
 
         QTextCharFormat greyFormat;
-        greyFormat.setForeground(GreyText);
+        greyFormat.setForeground(readable(GreyText));
         // A timestamp written in an earlier, wider format is cut to the column.
         const QFontMetricsF metrics(font);
         text = metrics.horizontalAdvance(content.timestamp) > columns.timestampRoom
@@ -116,9 +117,9 @@ void ChatRowLayout::build(const ChatRowContent* row, const ChatRowColumns& colum
         text += QLatin1Char('\t');
         formats << range(0, int(text.size()), greyFormat);
         // The sender's colour is the one of the nick as its column shows it.
-        const QColor senderColor = backlog ? GreyText
-            : ownAway                      ? AwayNickColor
-                                           : IrcText::nickColor(displayNick(content.sender));
+        const QColor senderColor = backlog
+            ? greyFormat.foreground().color()
+            : readable(ownAway ? AwayNickColor : IrcText::nickColor(displayNick(content.sender)));
         if (columns.nickColumn) {
             QTextCharFormat nickFormat;
             nickFormat.setFontWeight(QFont::Bold);
@@ -162,19 +163,24 @@ void ChatRowLayout::build(const ChatRowContent* row, const ChatRowColumns& colum
             if (const int length = noticePrefixLength(notice)) {
                 QTextCharFormat noticeFormat;
                 noticeFormat.setFontWeight(QFont::Bold);
-                noticeFormat.setForeground(IrcText::nickColor(notice.mid(1, length - 2)));
+                noticeFormat.setForeground(readable(IrcText::nickColor(notice.mid(1, length - 2))));
                 formats << range(messageFrom + leading, length, noticeFormat);
             }
         }
         for (QTextLayout::FormatRange r : content.formats) {
             r.start += messageFrom;
+            // A colour of the sender's own, on the view's background.
+            if (r.format.hasProperty(QTextFormat::ForegroundBrush)
+                && !r.format.hasProperty(QTextFormat::BackgroundBrush))
+                r.format.setForeground(readable(r.format.foreground().color()));
             formats << r;
         }
         for (IrcText::LinkSegment link : content.links) {
             link.start += messageFrom;
             link.end += messageFrom;
-            formats << range(
-                link.start, link.end - link.start, IrcText::linkFormat(QTextCharFormat(), link.href));
+            QTextCharFormat linkFormat = IrcText::linkFormat(QTextCharFormat(), link.href);
+            linkFormat.setForeground(readable(linkFormat.foreground().color()));
+            formats << range(link.start, link.end - link.start, linkFormat);
             links << link;
         }
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Contrast.h"
 #include "IrcText.h"
 
 #include <QTextLayout>
@@ -47,8 +48,9 @@ struct ChatRowLayout
     int isolateCount = 0;
 
     // Lays out content (nothing: the empty first row of the view) in font,
-    // wrapped at width.
-    void build(const ChatRowContent* content, const ChatRowColumns& columns, QFont font, qreal width);
+    // wrapped at width, its colours made readable on the view's background.
+    void build(const ChatRowContent* content, const ChatRowColumns& columns, QFont font, qreal width,
+        const Contrast::ReadableOn& readable);
 
     // An index of the text without the isolate marks, as one into text.
     int toLayoutPosition(int shown) const;

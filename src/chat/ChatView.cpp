@@ -47,6 +47,7 @@ ChatView::ChatView(QWidget* parent)
     m_updateTimer = new QTimer(this);
     m_updateTimer->setSingleShot(true);
     connect(m_updateTimer, &QTimer::timeout, this, &ChatView::flushBatch);
+    m_readable = Contrast::ReadableOn(palette().color(QPalette::Base));
 }
 
 ChatView::~ChatView() = default;
@@ -276,9 +277,9 @@ const ChatView::Layout* ChatView::layoutOf(int viewRow) const
     auto* layout = new Layout;
     if (viewRow > 0) {
         const RowContent content = row(viewRow - 1);
-        layout->build(&content, columns(), font(), width);
+        layout->build(&content, columns(), font(), width, m_readable);
     } else {
-        layout->build(nullptr, columns(), font(), width);
+        layout->build(nullptr, columns(), font(), width, m_readable);
     }
     const Layout* result = layout;
     m_layouts.insert(viewRow, layout);
@@ -426,6 +427,8 @@ void ChatView::changeEvent(QEvent* event)
     QAbstractScrollArea::changeEvent(event);
     if (event->type() == QEvent::FontChange || event->type() == QEvent::StyleChange
         || event->type() == QEvent::PaletteChange) {
+        if (palette().color(QPalette::Base) != m_readable.background())
+            m_readable = Contrast::ReadableOn(palette().color(QPalette::Base));
         m_timestampWidth = -1;
         invalidateLayouts();
         updateScrollRange();
@@ -445,7 +448,7 @@ void ChatView::paintEvent(QPaintEvent*)
     selected.setBackground(palette().brush(QPalette::Highlight));
     selected.setForeground(palette().brush(QPalette::HighlightedText));
 
-    painter.setPen(palette().color(QPalette::Text));
+    painter.setPen(m_readable(palette().color(QPalette::Text)));
     qreal rulesTop = -1;
     qreal rulesBottom = -1;
     for (const Placed& p : placed) {

@@ -201,6 +201,8 @@ private:
     QStringList m_stamps;
 
     mutable QCache<int, Layout> m_layouts;
+    // The rows' colours, made readable on the background (palette Base).
+    Contrast::ReadableOn m_readable;
     mutable qreal m_layoutWidth = -1;
     bool m_nickColumn = true;
     QString m_timestampFormat = QStringLiteral("[HH:mm:ss]");

@@ -36,14 +36,15 @@ QPixmap transparentIconPixmap()
     return pixmap;
 }
 
-// Paints `text` centred onto `pixmap` in `color`.
+// Paints `text` centred onto `pixmap` in `color` (in `base` made bold,
+// italic or underlined as asked).
 void paintIconText(QPixmap& pixmap, const QString& text, const QColor& color, int pixelSize,
-    bool bold = false, bool italic = false, bool underline = false)
+    bool bold = false, bool italic = false, bool underline = false, const QFont* base = nullptr)
 {
     QPainter painter(&pixmap);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setRenderHint(QPainter::TextAntialiasing);
-    QFont font = painter.font();
+    QFont font = base ? *base : painter.font();
     font.setPixelSize(pixelSize);
     font.setBold(bold);
     font.setItalic(italic);
@@ -77,7 +78,10 @@ QIcon backgroundColorIcon()
 QIcon emojiIcon()
 {
     QPixmap pixmap = transparentIconPixmap();
-    paintIconText(pixmap, QString::fromUcs4(U"\U0001F60A"), QColor(0x33, 0x33, 0x33), 20);
+    // In the colour emoji font, like the other emoji buttons.
+    const QFont font = EmojiPicker::colourEmojiFont(QFont());
+    paintIconText(
+        pixmap, QString::fromUcs4(U"\U0001F60A"), QColor(0x33, 0x33, 0x33), 20, false, false, false, &font);
     return QIcon(pixmap);
 }
 
@@ -156,8 +160,9 @@ EditTopicDialog::EditTopicDialog(
 
     applyTheme();
     // The field and the icons are drawn for a light background, so the
-    // editor stays white whatever the theme.
-    setStyleSheet(styleSheet() + QStringLiteral(" QDialog { background-color: #FFFFFF; }"));
+    // editor stays white whatever the theme; so do its buttons.
+    setStyleSheet(styleSheet() + QStringLiteral(" QDialog { background-color: #FFFFFF; }")
+        + ThemeManager::buttonStyleSheet(currentTheme, Qt::white));
 }
 
 QString EditTopicDialog::newTopic() const
@@ -228,7 +233,7 @@ void EditTopicDialog::chooseIrcColor(bool background)
 void EditTopicDialog::openEmojiPicker()
 {
     auto* picker = new EmojiPicker(this, currentTheme);
-    picker->move(mapToGlobal(rect().center()) - QPoint(160, 150));
+    picker->moveOnScreen(mapToGlobal(rect().center()) - QPoint(160, 150));
     connect(picker, &EmojiPicker::emojiSelected, this, [this](const QString& emoji) {
         QTextCursor cursor = editField->textCursor();
         cursor.insertText(emoji);

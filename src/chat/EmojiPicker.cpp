@@ -1,5 +1,7 @@
 #include "EmojiPicker.h"
 
+#include "Translucency.h"
+
 #include <QGridLayout>
 #include <QGuiApplication>
 #include <QLabel>
@@ -52,6 +54,15 @@ QList<EmojiCategory> emojiCategories()
     return categories;
 }
 
+// Where the popup cannot be see-through it stands on an opaque colour of
+// its own, the container's colour over a plain background.
+QString opaqueBackground(const QString& theme)
+{
+    if (theme == QLatin1String("glass"))
+        return QStringLiteral("#F4F6F9");
+    return theme == QLatin1String("dark") ? QStringLiteral("#282828") : QStringLiteral("#FFFFFF");
+}
+
 QString containerStyle(const QString& theme)
 {
     if (theme == QLatin1String("glass"))
@@ -82,7 +93,11 @@ EmojiPicker::EmojiPicker(QWidget* parent, const QString& theme)
     , m_theme(theme)
 {
     setWindowFlags(Qt::Popup | Qt::FramelessWindowHint);
-    setAttribute(Qt::WA_TranslucentBackground);
+    // Rounded corners need a see-through window, which only a compositor shows.
+    if (Translucency::available())
+        setAttribute(Qt::WA_TranslucentBackground);
+    else
+        setStyleSheet(QStringLiteral("EmojiPicker { background-color: %1; }").arg(opaqueBackground(theme)));
     setAttribute(Qt::WA_ShowWithoutActivating);
     setupUI();
 }
@@ -104,11 +119,13 @@ void EmojiPicker::setupUI()
     auto* grid = new QGridLayout(container);
     grid->setContentsMargins(8, 8, 8, 8);
 
+    // Titles in a grey that reads on the container (half-transparent black
+    // would not reach 4.5:1 on white).
     const bool dark = m_theme == QLatin1String("dark");
     const QString titleStyle
         = QStringLiteral("color: %1; font-size: 10px; font-weight: bold; padding: 4px 2px 2px 2px; "
                          "text-transform: uppercase; letter-spacing: 1px;")
-              .arg(dark ? QStringLiteral("rgba(255,255,255,0.5)") : QStringLiteral("rgba(0,0,0,0.5)"));
+              .arg(dark ? QStringLiteral("rgba(255,255,255,0.5)") : QStringLiteral("#6E6E73"));
     QString buttonStyle = dark
         ? QStringLiteral("QPushButton { background: transparent; border: none; border-radius: 8px; "
                          "font-size: %1px; padding: 0px; color: white; }"
@@ -188,6 +205,22 @@ QPoint EmojiPicker::placement(const QRect& buttonGlobal, const QSize& popup, con
     if (y + sh > available.bottom())
         y = available.bottom() - sh - 5;
     return QPoint(x, y);
+}
+
+void EmojiPicker::moveOnScreen(const QPoint& topLeft)
+{
+    adjustSize();
+    const QSize size = sizeHint();
+    const QScreen* screen = QGuiApplication::screenAt(topLeft);
+    if (!screen)
+        screen = QGuiApplication::primaryScreen();
+    if (!screen) {
+        move(topLeft);
+        return;
+    }
+    const QRect available = screen->availableGeometry();
+    move(qBound(available.left(), topLeft.x(), qMax(available.left(), available.right() + 1 - size.width())),
+        qBound(available.top(), topLeft.y(), qMax(available.top(), available.bottom() + 1 - size.height())));
 }
 
 void EmojiPicker::placeBeside(const QWidget* button)

@@ -47,6 +47,9 @@ public:
     // Adjusts the popup's size and moves it by placement() next to `button`,
     // on the primary screen's available area.
     void placeBeside(const QWidget* button);
+    // Adjusts the popup's size and moves its top-left corner to `topLeft`, or
+    // as near to it as keeps the whole popup on that screen's available area.
+    void moveOnScreen(const QPoint& topLeft);
 
 signals:
     void emojiSelected(const QString& emoji);

@@ -2,7 +2,9 @@
 
 #include "InfoBoxes.h"
 
+#include "Contrast.h"
 #include "InputCommand.h"
+#include "ThemeManager.h"
 
 #include <QDialog>
 #include <QLabel>
@@ -19,11 +21,21 @@ const QString AppIconPath = QStringLiteral(":/icons/app_icon");
 // Displayed size of the application icon in the about and help boxes.
 constexpr int BoxIconSize = 96;
 
-const QString OkButtonStyle = QStringLiteral(
-    "QPushButton#connectButton {  background-color: #007AFF; color: white; border: none; border-radius: 6px;  "
-    "padding: 8px 0px; font-size: 14px; font-weight: 500;}"
-    "QPushButton#connectButton:hover { background-color: #0062CC; }"
-    "QPushButton#connectButton:pressed { background-color: #0051AA; }");
+// The boxes are white in every theme; their greys and blues are the
+// deepest shades that still read on white.
+QString onWhite(const char* colour)
+{
+    return Contrast::readable(QColor(QLatin1String(colour)), Qt::white).name();
+}
+
+QString okButtonStyle()
+{
+    return QStringLiteral("QPushButton#connectButton {  background-color: %1; color: white; border: none; "
+                          "border-radius: 6px;  padding: 8px 0px; font-size: 14px; font-weight: 500;}"
+                          "QPushButton#connectButton:hover { background-color: #0062CC; }"
+                          "QPushButton#connectButton:pressed { background-color: #0051AA; }")
+        .arg(ThemeManager::accentFill().name());
+}
 
 // The icon, or `fallbackText` in `fallbackStyle` when it cannot be loaded.
 QLabel* iconLabel(QWidget* parent, const QString& fallbackText, const QString& fallbackStyle)
@@ -44,7 +56,10 @@ QLabel* textLabel(QWidget* parent, const QString& text, int pointSize, bool bold
 {
     auto* label = new QLabel(text, parent);
     label->setAlignment(Qt::AlignCenter);
-    QFont font(QStringLiteral("Comic Sans MS"), pointSize);
+    // The family the interface is drawn in, as the machine has it.
+    QFont font = label->font();
+    font.setFamily(QFontInfo(font).family());
+    font.setPointSize(pointSize);
     font.setBold(bold);
     label->setFont(font);
     label->setStyleSheet(style);
@@ -70,7 +85,7 @@ void runInfoBox(QWidget* parent, const QString& title, const QString& iconFallba
     ok->setObjectName(QStringLiteral("connectButton"));
     ok->setFixedWidth(88);
     ok->setDefault(true);
-    ok->setStyleSheet(OkButtonStyle);
+    ok->setStyleSheet(okButtonStyle());
     QObject::connect(ok, &QPushButton::clicked, &box, &QDialog::accept);
     layout->addSpacing(8);
     layout->addWidget(ok, 0, Qt::AlignHCenter);
@@ -84,11 +99,12 @@ namespace InfoBoxes {
 void showAboutBox(QWidget* parent)
 {
     runInfoBox(parent, QStringLiteral("About Quenvar"),
-        QStringLiteral("font-size: 42px; font-weight: bold; color: #007AFF;"),
+        QStringLiteral("font-size: 42px; font-weight: bold; color: %1;").arg(onWhite("#007AFF")),
         [](QDialog* box, QVBoxLayout* layout) {
-            layout->addWidget(textLabel(box, QStringLiteral("Quenvar"), 26, true, QStringLiteral("color: #1d1d1f;")));
             layout->addWidget(
-                textLabel(box, QStringLiteral("Version 2.0 Ruskavel"), 16, false, QStringLiteral("color: #888888;")));
+                textLabel(box, QStringLiteral("Quenvar"), 26, true, QStringLiteral("color: #1d1d1f;")));
+            layout->addWidget(textLabel(box, QStringLiteral("Version 2.0 Ruskavel"), 16, false,
+                QStringLiteral("color: %1;").arg(onWhite("#888888"))));
 
             auto* about = new QLabel(box);
             about->setTextFormat(Qt::RichText);
@@ -99,19 +115,21 @@ void showAboutBox(QWidget* parent)
             about->setStyleSheet(QStringLiteral("color: #555555; font-size: 15px;"));
             about->setText(QStringLiteral(
                 "Quenvar is a free, modern, cross-platform IRC client for macOS, Linux and Windows.<br><br>"
-                "<a href=\"https://quenvar.org\" style=\"color: #007AFF;\">quenvar.org</a>"));
+                "<a href=\"https://quenvar.org\" style=\"color: %1;\">quenvar.org</a>")
+                               .arg(onWhite("#007AFF")));
             layout->addWidget(about);
 
             auto* footer = new QLabel(QStringLiteral("Made for people who live on IRC."), box);
             footer->setAlignment(Qt::AlignCenter);
-            footer->setStyleSheet(QStringLiteral("color: #888888; font-size: 13px;"));
+            footer->setStyleSheet(QStringLiteral("color: %1; font-size: 13px;").arg(onWhite("#888888")));
             layout->addWidget(footer);
         });
 }
 
 void showHelpBox(QWidget* parent)
 {
-    runInfoBox(parent, QStringLiteral("Help"), QStringLiteral("font-size: 36px; color: #007AFF;"),
+    runInfoBox(parent, QStringLiteral("Help"),
+        QStringLiteral("font-size: 36px; color: %1;").arg(onWhite("#007AFF")),
         [](QDialog* box, QVBoxLayout* layout) {
             layout->addWidget(textLabel(box, QStringLiteral("Basic IRC commands"), 18, true,
                 QStringLiteral("color: #1d1d1f; margin-bottom: 8px;")));

@@ -1,5 +1,6 @@
 #include "IrcFormat.h"
 
+#include "Contrast.h"
 #include "IrcText.h"
 
 #include <algorithm>
@@ -214,7 +215,9 @@ struct OpenTag
     bool operator==(const OpenTag& o) const { return tag == o.tag && color == o.color; }
 };
 
-QList<OpenTag> tagsFor(const Style& style)
+// background, when valid, is what the HTML is shown on: a colour of the
+// text's own without a background of its own is made to read on it.
+QList<OpenTag> tagsFor(const Style& style, const QColor& background)
 {
     QList<OpenTag> tags;
     if (style.bold)
@@ -230,6 +233,8 @@ QList<OpenTag> tagsFor(const Style& style)
     QColor fg;
     QColor bg;
     runColors(style, Qt::black, Qt::white, fg, bg);
+    if (fg.isValid() && !bg.isValid() && background.isValid())
+        fg = Contrast::readable(fg, background);
     if (fg.isValid() || bg.isValid()) {
         QString css;
         if (fg.isValid())
@@ -381,7 +386,7 @@ QString visibleControls(const QString& text)
     return out;
 }
 
-QString ircToHtml(const QString& ircText)
+QString ircToHtml(const QString& ircText, const QColor& background)
 {
     QString out;
     out.reserve(ircText.size() + ircText.size() / 4 + 16);
@@ -396,7 +401,7 @@ QString ircToHtml(const QString& ircText)
         // Tags are written where text follows: a code that changes nothing
         // before the next one leaves no empty tags behind.
         if (style != written) {
-            syncTags(out, open, tagsFor(style));
+            syncTags(out, open, tagsFor(style, background));
             written = style;
         }
         const QChar c = ircText.at(pos++);

@@ -46,7 +46,8 @@ QString stripFormatting(const QString& ircText);
 QString visibleControls(const QString& text);
 
 // HTML for a text with IRC formatting codes, tags properly nested; all other
-// text is HTML-escaped.
-QString ircToHtml(const QString& ircText);
+// text is HTML-escaped. Given the background the HTML is shown on, colours of
+// the text's own are made to read on it.
+QString ircToHtml(const QString& ircText, const QColor& background = QColor());
 
 } // namespace IrcText

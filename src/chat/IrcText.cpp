@@ -1,5 +1,7 @@
 #include "IrcText.h"
 
+#include "Contrast.h"
+
 #include <QRegularExpression>
 #include <QTextCursor>
 
@@ -309,7 +311,7 @@ void insertMessageWithLinks(QTextCursor& cursor, const QString& text,
 }
 
 
-QString linkifyHtml(const QString& input)
+QString linkifyHtml(const QString& input, const QColor& linkColour)
 {
     const bool web = mayHoldWebAddress(input);
     const bool email = mayHoldEmailAddress(input);
@@ -391,7 +393,10 @@ QString linkifyHtml(const QString& input)
         const QStringView text = QStringView(html).mid(match.start, match.end - match.start);
         const QString escaped = escapeHtmlPiece(text);
         out += QStringView(html).mid(pos, match.start - pos);
-        out += QLatin1String("<a href=\"");
+        out += QLatin1String("<a ");
+        if (linkColour.isValid())
+            out += QLatin1String("style=\"color:") + linkColour.name() + QLatin1String("\" ");
+        out += QLatin1String("href=\"");
         out += escaped;
         out += QLatin1String("\">");
         out += escaped;
@@ -404,9 +409,10 @@ QString linkifyHtml(const QString& input)
     return out;
 }
 
-QString ircTopicToHtml(const QString& ircText)
+QString ircTopicToHtml(const QString& ircText, const QColor& background)
 {
-    return linkifyHtml(ircToHtml(ircText));
+    return linkifyHtml(ircToHtml(ircText, background),
+        background.isValid() ? Contrast::readable(linkColor(), background) : QColor());
 }
 
 namespace {

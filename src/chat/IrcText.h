@@ -69,13 +69,14 @@ QString singleBlockText(const QString& text);
 void insertMessageWithLinks(QTextCursor& cursor, const QString& text,
                             const QTextCharFormat& baseFmt);
 
-// The HTML with web and e-mail addresses wrapped in anchors. Addresses
-// inside tags or inside an anchor's text are left alone; an e-mail address gets
-// itself as href (no "mailto:").
-QString linkifyHtml(const QString& html);
+// The HTML with web and e-mail addresses wrapped in anchors (in linkColour,
+// when valid). Addresses inside tags or inside an anchor's text are left
+// alone; an e-mail address gets itself as href (no "mailto:").
+QString linkifyHtml(const QString& html, const QColor& linkColour = QColor());
 
-// linkifyHtml(ircToHtml(ircText)): the topic bar's rich text.
-QString ircTopicToHtml(const QString& ircText);
+// linkifyHtml(ircToHtml(ircText)): the topic bar's rich text. Given the
+// background it is shown on, its colours and links are made to read there.
+QString ircTopicToHtml(const QString& ircText, const QColor& background = QColor());
 
 // The emoji of a text as [start, end) ranges of it: pictographs with what
 // joins or modifies them (ZWJ sequences, skin tones, variation selectors,

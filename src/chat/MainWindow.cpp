@@ -8,6 +8,7 @@
 #include "MyTabWidget.h"
 #include "NetworkView.h"
 #include "Session.h"
+#include "ThemeManager.h"
 
 #include <QCompleter>
 #include <QHBoxLayout>
@@ -29,20 +30,6 @@ namespace {
 
 const QString ServerTab = QStringLiteral("Server");
 const QString ListTab = QStringLiteral("List");
-
-
-const QString& closeButtonStyle(bool current)
-{
-    const auto style = [](QLatin1String colour) {
-        return QStringLiteral("QPushButton {  background: transparent;  border: none;  font-size: 16px;  "
-                              "font-weight: bold;  color: %1;  padding: 0px;}QPushButton:hover {  "
-                              "background: rgba(0,0,0,0.1);  border-radius: 4px;}")
-            .arg(colour);
-    };
-    static const QString currentStyle = style(QLatin1String("#FFFFFF"));
-    static const QString otherStyle = style(QLatin1String("#999999"));
-    return current ? currentStyle : otherStyle;
-}
 
 } // namespace
 
@@ -289,7 +276,7 @@ void MainWindow::addTabPage(QWidget* page, const QString& key, int index)
     button->setFlat(true);
     button->setFixedSize(20, 20);
     button->setCursor(Qt::ArrowCursor);
-    button->setStyleSheet(closeButtonStyle(index == tabWidget->currentIndex()));
+    button->setStyleSheet(ThemeManager::tabCloseButtonStyleSheet(index == tabWidget->currentIndex()));
     const QPointer<QWidget> target(page);
     connect(button, &QPushButton::clicked, this, [this, target] {
         if (target)
@@ -304,7 +291,7 @@ void MainWindow::updateCloseButtons()
     const int current = tabWidget->currentIndex();
     for (int i = 0; i < tabWidget->count(); ++i) {
         QWidget* button = tabBar->tabButton(i, QTabBar::LeftSide);
-        const QString& style = closeButtonStyle(i == current);
+        const QString& style = ThemeManager::tabCloseButtonStyleSheet(i == current);
         if (button && button->styleSheet() != style)
             button->setStyleSheet(style);
     }

@@ -2,6 +2,7 @@
 
 #include "MainWindow.h"
 
+#include "Contrast.h"
 #include "MemberList.h"
 #include "MemberListModel.h"
 #include "MemberListView.h"
@@ -34,7 +35,8 @@ void MainWindow::updateOwnUserAppearance()
     members->setData(index, font, Qt::FontRole);
     // Not away: no colour of its own, so the row takes the list's colour
     // again (a brush of an invalid colour would paint it black).
-    members->setData(index, away ? QVariant(QBrush(AwayRowColor)) : QVariant(), Qt::ForegroundRole);
+    const QColor grey = Contrast::readable(AwayRowColor, userList->palette().color(QPalette::Base));
+    members->setData(index, away ? QVariant(QBrush(grey)) : QVariant(), Qt::ForegroundRole);
 }
 
 void MainWindow::showNetworkState()

@@ -99,11 +99,10 @@ void MainWindow::updateStatusBar()
         label->setTextFormat(Qt::PlainText);
         bar->addPermanentWidget(label);
     }
+    bar->setStyleSheet(ThemeManager::statusBarStyleSheet(currentTheme, session()->isConnected()));
     if (!session()->isConnected()) {
-        bar->setStyleSheet(QStringLiteral("QStatusBar { background-color: #f8d7da; }"));
         label->setText(QStringLiteral("Disconnected"));
     } else {
-        bar->setStyleSheet(QStringLiteral("QStatusBar { background-color: #d4edda; }"));
         // With several networks open, which one this is.
         QString server = session()->host();
         if (m_networks.size() > 1 && network()->name() != server)
@@ -145,6 +144,10 @@ void MainWindow::applyTheme(const QString& theme)
 
     splitter->setStyleSheet(QStringLiteral("QSplitter::handle { background: transparent; }"));
     applyChatBackground();
+    for (NetworkView* network : std::as_const(m_networks)) {
+        for (auto it = network->tabs.cbegin(); it != network->tabs.cend(); ++it)
+            network->updateTopicLabel(it.key());
+    }
     tabBar->updateGeometry();
     userList->setVisible(userListShouldBeVisible);
     updateStatusBar();

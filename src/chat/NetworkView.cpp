@@ -13,6 +13,7 @@
 #include "MyTabWidget.h"
 #include "ServerStore.h"
 #include "Session.h"
+#include "ThemeManager.h"
 
 #include <QDateTime>
 #include <QDebug>
@@ -451,8 +452,9 @@ void NetworkView::updateTopicLabel(const QString& channel)
     const QString topic = m_session->topic(channel);
     if (topic.isEmpty())
         it->topicLabel->clear();
-    else
-        it->topicLabel->setText(IrcText::ircTopicToHtml(topic));
+    else // on the topic strip, in the theme's window colour
+        it->topicLabel->setText(
+            IrcText::ircTopicToHtml(topic, QColor(ThemeManager::palette(m_window->currentTheme).windowBg)));
 }
 
 void NetworkView::updateTopicEditButton(const QString& channel)

@@ -55,9 +55,11 @@ CertificateDialog::CertificateDialog(
     cancel->setObjectName(QStringLiteral("cancelButton"));
     once->setObjectName(QStringLiteral("connectButton"));
     always->setObjectName(QStringLiteral("alwaysTrustButton"));
-    // Shaped like its neighbours, in a neutral colour.
-    always->setStyleSheet(QStringLiteral("QPushButton { padding: 10px 16px; border-radius: 6px; border: 1px solid #8E8E93; "
-                                         "font-size: 14px; }"));
+    // Shaped like its neighbours, in a neutral colour; its text in the theme's.
+    always->setStyleSheet(
+        QStringLiteral("QPushButton { padding: 10px 16px; border-radius: 6px; border: 1px solid #8E8E93; "
+                       "font-size: 14px; background: transparent; color: %1; }")
+            .arg(ThemeManager::palette(theme).textColor));
     for (QPushButton* button : { once, always })
         button->setAutoDefault(false);
     cancel->setDefault(true);

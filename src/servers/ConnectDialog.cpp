@@ -1,8 +1,11 @@
 #include "ConnectDialog.h"
+#include "Contrast.h"
 
 #include "ServerEditDialog.h"
 #include "ServerListDelegate.h"
 #include "ServerStore.h"
+#include "ThemeManager.h"
+#include "Translucency.h"
 
 #include <QCheckBox>
 #include <QFormLayout>
@@ -602,10 +605,11 @@ void ConnectDialog::showError(const QString& text)
     QPushButton* ok = box.addButton(QMessageBox::Ok);
     ok->setObjectName(QStringLiteral("connectButton"));
     box.setStyleSheet(
-        QStringLiteral("QPushButton#connectButton {  background-color: #007AFF; color: white; "
+        QStringLiteral("QPushButton#connectButton {  background-color: %1; color: white; "
                        "border: none; border-radius: 6px;  padding: 8px 16px; font-size: 14px; "
                        "font-weight: 500;}QPushButton#connectButton:hover { background-color: "
-                       "#0062CC; }QPushButton#connectButton:pressed { background-color: #0051AA; }"));
+                       "#0062CC; }QPushButton#connectButton:pressed { background-color: #0051AA; }")
+            .arg(ThemeManager::accentFill().name()));
     box.exec();
 }
 
@@ -674,16 +678,14 @@ void ConnectDialog::setCurrentTheme(const QString& theme)
 
 void ConnectDialog::applyTheme()
 {
-    const bool glass = m_currentTheme == QLatin1String("glass");
     setStyleSheet(styleSheetFor(m_currentTheme));
-    setAttribute(Qt::WA_TranslucentBackground, glass);
-    setAutoFillBackground(!glass);
+    Translucency::applyGlass(this, m_currentTheme == QLatin1String("glass"));
 }
 
 QString ConnectDialog::styleSheetFor(const QString& theme)
 {
     const bool dark = theme == QLatin1String("dark");
-    const QStringList c = dark
+    QStringList c = dark
         ? QStringList { QStringLiteral("#2E2E2E"), QStringLiteral("#DDDDDD"), QStringLiteral("#FFFFFF"),
               QStringLiteral("#555555"), QStringLiteral("#3E3E3E"), QStringLiteral("#1E1E1E"),
               QStringLiteral("#252525"), QStringLiteral("#3A3A3A"), QStringLiteral("#505050"),
@@ -691,53 +693,68 @@ QString ConnectDialog::styleSheetFor(const QString& theme)
               QStringLiteral("#5F1E1E") }
         : QStringList { QStringLiteral("#FFFFFF"), QStringLiteral("#333333"), QStringLiteral("#1d1d1f"),
               QStringLiteral("#D1D1D6"), QStringLiteral("#FFFFFF"), QStringLiteral("#FFFFFF"),
-              QStringLiteral("#F9F9F9"), QStringLiteral("#E8F0FE"), QStringLiteral("#007AFF"),
+              QStringLiteral("#F9F9F9"), QStringLiteral("#E8F0FE"), ThemeManager::accentFill().name(),
               QStringLiteral("white"), QStringLiteral("#FFE5E5"), QStringLiteral("#E5F0FF"),
               QStringLiteral("#FFE5E5") };
+    // The blue and red texts read on the dialog (%14, %15) and on their hover
+    // colours (%16, %17).
+    const ThemeManager::Palette p = ThemeManager::palette(theme);
+    const auto on = [dark](const QString& colour, const QString& background) {
+        // Light dialogs may stand on the frosted glass background.
+        const QList<QColor> behind
+            = QList<QColor> { QColor(background) } + (dark ? QList<QColor>() : Translucency::frost());
+        return Contrast::readable(QColor(colour), behind).name();
+    };
+    c << on(p.accent, c.at(0)) << on(p.destructiveColor, c.at(0)) << on(p.accent, c.at(11))
+      << on(p.destructiveColor, c.at(10)) << ThemeManager::accentFill().name();
     return QStringLiteral(
         "QDialog { background-color: %1; }"
-        "QLabel { color: %2; font-size: 13px; }"
+        "QLabel, QCheckBox { color: %2; font-size: 13px; }"
         "QLabel#titleLabel { font-size: 22px; font-weight: bold; color: %3; }"
         "QLineEdit { border: 1px solid %4; border-radius: 6px; padding: 8px 12px; font-size: 14px; "
-        "background-color: %5; color: %2; selection-background-color: #007AFF; }"
+        "background-color: %5; color: %2; selection-background-color: %18; }"
         "QLineEdit:focus { border: 2px solid #007AFF; padding: 7px 11px; }"
         "QListWidget { background-color: %6; color: %2; border: 1px solid %4; border-radius: 6px; "
-        "alternate-background-color: %7; font-size: 14px; }"
+        "alternate-background-color: %7; font-size: 14px; selection-background-color: %9; "
+        "selection-color: %10; }"
         "QListWidget::item:hover { background-color: %8; }"
         "QListWidget::item:selected { background-color: %9; color: %10; }"
         "QPushButton { border-radius: 6px; padding: 10px 24px; font-size: 14px; font-weight: 500; }"
-        "QPushButton#connectButton { background-color: #007AFF; color: white; border: none; }"
+        "QPushButton#connectButton { background-color: %18; color: white; border: none; }"
         "QPushButton#connectButton:hover { background-color: #0062CC; }"
         "QPushButton#connectButton:pressed { background-color: #0051AA; }"
-        "QPushButton#cancelButton { background-color: transparent; color: #FF3B30; "
-        "border: 1px solid #FF3B30; }"
-        "QPushButton#cancelButton:hover { background-color: %11; }"
-        "QPushButton#addButton, QPushButton#editButton { background-color: transparent; color: #007AFF; "
-        "border: 1px solid #007AFF; border-radius: 6px; padding: 8px 16px; font-size: 13px; "
+        "QPushButton#cancelButton { background-color: transparent; color: %15; "
+        "border: 1px solid %15; }"
+        "QPushButton#cancelButton:hover { background-color: %11; color: %17; }"
+        "QPushButton#addButton, QPushButton#editButton { background-color: transparent; color: %14; "
+        "border: 1px solid %14; border-radius: 6px; padding: 8px 16px; font-size: 13px; "
         "font-weight: 500; }"
-        "QPushButton#addButton:hover, QPushButton#editButton:hover { background-color: %12; }"
-        "QPushButton#deleteButton { background-color: transparent; color: #FF3B30; "
-        "border: 1px solid #FF3B30; border-radius: 6px; padding: 8px 16px; font-size: 13px; "
+        "QPushButton#addButton:hover, QPushButton#editButton:hover { background-color: %12; color: %16; }"
+        "QPushButton#deleteButton { background-color: transparent; color: %15; "
+        "border: 1px solid %15; border-radius: 6px; padding: 8px 16px; font-size: 13px; "
         "font-weight: 500; }"
-        "QPushButton#deleteButton:hover { background-color: %13; }")
+        "QPushButton#deleteButton:hover { background-color: %13; color: %17; }")
         .arg(c.at(0), c.at(1), c.at(2), c.at(3), c.at(4), c.at(5), c.at(6), c.at(7), c.at(8), c.at(9),
-            c.at(10), c.at(11), c.at(12));
+            c.at(10), c.at(11), c.at(12), c.at(13), c.at(14), c.at(15), c.at(16), c.at(17));
 }
 
 QString ConnectDialog::deleteBoxStyleSheet(const QString& theme)
 {
     const bool dark = theme == QLatin1String("dark");
+    const QString background = dark ? QStringLiteral("#2E2E2E") : QStringLiteral("#FFFFFF");
+    const QString hover = dark ? QStringLiteral("#5F1E1E") : QStringLiteral("#FFE5E5");
+    const QColor red(ThemeManager::palette(theme).destructiveColor);
     return QStringLiteral("QMessageBox { background-color: %1; }"
                           "QLabel { color: %2; font-size: 13px; }"
                           "QPushButton { border-radius: 6px; padding: 10px 24px; font-size: 14px; "
                           "font-weight: 500; }"
-                          "QPushButton#yesButton { background-color: #007AFF; color: white; border: none; }"
+                          "QPushButton#yesButton { background-color: %4; color: white; border: none; }"
                           "QPushButton#yesButton:hover { background-color: #0062CC; }"
                           "QPushButton#yesButton:pressed { background-color: #0051AA; }"
-                          "QPushButton#noButton { background-color: transparent; color: #FF3B30; "
-                          "border: 1px solid #FF3B30; }"
-                          "QPushButton#noButton:hover { background-color: %3; }")
-        .arg(dark ? QStringLiteral("#2E2E2E") : QStringLiteral("#FFFFFF"),
-            dark ? QStringLiteral("#DDDDDD") : QStringLiteral("#333333"),
-            dark ? QStringLiteral("#5F1E1E") : QStringLiteral("#FFE5E5"));
+                          "QPushButton#noButton { background-color: transparent; color: %5; "
+                          "border: 1px solid %5; }"
+                          "QPushButton#noButton:hover { background-color: %3; color: %6; }")
+        .arg(background, dark ? QStringLiteral("#DDDDDD") : QStringLiteral("#333333"), hover,
+            ThemeManager::accentFill().name(), Contrast::readable(red, QColor(background)).name(),
+            Contrast::readable(red, QColor(hover)).name());
 }

@@ -2,6 +2,7 @@
 
 #include "ServerStore.h"
 #include "ThemeManager.h"
+#include "Translucency.h"
 
 #include <QComboBox>
 #include <QDialogButtonBox>
@@ -13,6 +14,7 @@
 #include <QIntValidator>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QStyledItemDelegate>
 #include <QTemporaryDir>
 #include <QVBoxLayout>
 
@@ -181,17 +183,19 @@ QString ServerEditDialog::fullAddress() const
 
 void ServerEditDialog::applyTheme()
 {
-    const bool glass = m_theme == QLatin1String("glass");
     setStyleSheet(ThemeManager::dialogStyleSheet(m_theme));
-    setAttribute(Qt::WA_TranslucentBackground, glass);
-    setAutoFillBackground(!glass);
+    Translucency::applyGlass(this, m_theme == QLatin1String("glass"));
 }
 
 void ServerEditDialog::applyComboBoxStyles()
 {
     const QString sheet = comboBoxStyleSheet(m_theme);
-    authCombo->setStyleSheet(sheet);
-    encodingCombo->setStyleSheet(sheet);
+    for (QComboBox* combo : { authCombo, encodingCombo }) {
+        combo->setStyleSheet(sheet);
+        // The style's own popup delegate paints every item alike; a styled
+        // delegate draws the sheet's hovered and selected items.
+        combo->setItemDelegate(new QStyledItemDelegate(combo));
+    }
 }
 
 QString ServerEditDialog::comboBoxStyleSheet(const QString& theme)
@@ -212,5 +216,6 @@ QString ServerEditDialog::comboBoxStyleSheet(const QString& theme)
         "QComboBox QAbstractItemView::item { padding: 6px 12px; }"
         "QComboBox QAbstractItemView::item:hover, QComboBox QAbstractItemView::item:selected { "
         "background: %4; color: white; }")
-        .arg(palette.inputBorder, palette.inputBg, palette.textColor, palette.accent, arrow);
+        .arg(palette.inputBorder, palette.inputBg, palette.textColor, ThemeManager::accentFill().name(),
+            arrow);
 }

