@@ -10,6 +10,8 @@ QUENVAR_BUILD_PACKAGES="cmake g++ make pkg-config qt6-base-dev qt6-base-dev-tool
 # The tests also check the installed desktop entry and metainfo
 # (desktop-file-utils, appstream) and the Debian package (dpkg-dev).
 QUENVAR_TEST_PACKAGES="inspircd ngircd openssl python3 xvfb xauth desktop-file-utils appstream dpkg-dev"
+# The offline demo (scripts/run --demo): its IRC server and chatty peers.
+QUENVAR_DEMO_PACKAGES="inspircd python3"
 # Making the Debian package (scripts/package): dpkg-shlibdeps.
 QUENVAR_PACKAGE_PACKAGES="dpkg-dev"
 # Installed without the packages they recommend: the keyring library would

@@ -1,4 +1,5 @@
 #include "AppSetup.h"
+#include "InspircdServer.h"
 #include "TestMain.h"
 
 #include <QApplication>
@@ -8,6 +9,7 @@
 #include <QIcon>
 #include <QImage>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QSettings>
 #include <QStyle>
 #include <QTemporaryDir>
@@ -173,6 +175,50 @@ private slots:
             qPrintable(printed));
         // Nothing was written for a run that only answered.
         QVERIFY(QDir(config.path()).isEmpty());
+    }
+
+    // scripts/run --demo: the demo's server and peers come up, Quenvar starts
+    // on a settings folder of its own, connects at once and joins #quenvar;
+    // stopping the demo stops everything it started and removes its folder.
+    void demoConnectsAndCleansUp()
+    {
+        if (InspircdServer::executable().isEmpty())
+            QSKIP("InspIRCd is not installed");
+        QTemporaryDir tmp;
+        QProcess demo;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("TMPDIR", tmp.path());
+        env.insert("QT_QPA_PLATFORM", "offscreen");
+        demo.setProcessEnvironment(env);
+        demo.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        demo.start("bash",
+            { QStringLiteral(QUENVAR_TEST_SUPPORT_DIR "/../../scripts/demo/demo.sh"),
+                QStringLiteral(QUENVAR_BINARY) });
+        QVERIFY(demo.waitForStarted(10000));
+        // Stopped as a user would (Ctrl+C, closing the terminal) whatever happens.
+        const auto stop = qScopeGuard([&demo] {
+            demo.terminate();
+            demo.waitForFinished(30000);
+        });
+        QByteArray output;
+        QElapsedTimer clock;
+        clock.start();
+        while (clock.elapsed() < 60000 && !output.contains("demo: guest joined #quenvar\n")) {
+            QTest::qWait(100);
+            output += demo.readAllStandardOutput();
+        }
+        QVERIFY2(output.contains("demo: guest joined #quenvar\n"), output.constData());
+
+        demo.terminate();
+        QVERIFY(demo.waitForFinished(30000));
+        QCOMPARE(QDir(tmp.path()).entryList({ "quenvar-demo-*" }), QStringList());
+        // No process of the demo's is left: all of them were started on
+        // paths inside its temporary folder.
+        for (const QString& pid : QDir("/proc").entryList({ "[0-9]*" }, QDir::Dirs)) {
+            QFile cmdline("/proc/" + pid + "/cmdline");
+            if (cmdline.open(QIODevice::ReadOnly))
+                QVERIFY2(!cmdline.readAll().contains(tmp.path().toLocal8Bit()), qPrintable(pid));
+        }
     }
 };
 
