@@ -2,17 +2,12 @@
 // the input line, and the topic strip with its editor.
 
 #include "ChatRows.h"
-#include "ChatView.h"
 #include "EditTopicDialog.h"
 #include "EmojiPicker.h"
-#include "IRCConnection.h"
 #include "IrcText.h"
-#include "MainWindow.h"
-#include "NetworkView.h"
 #include "MemberListView.h"
-#include "Session.h"
-#include "ModalDriver.h"
 #include "MyTabWidget.h"
+#include "ChatView.h"
 #include "TestMain.h"
 #include "WindowHarness.h"
 
@@ -20,38 +15,36 @@
 #include <QDialogButtonBox>
 #include <QLabel>
 #include <QLineEdit>
-#include <QMessageBox>
 #include <QPointer>
 #include <QPushButton>
 #include <QSettings>
-#include <QTextBlock>
-#include <QTextDocument>
 #include <QTextEdit>
 
 namespace {
 
-// The message column of every row of a tab.
 QStringList messages(MainWindow* window, const QString& tab)
 {
     return chatMessages(window->network()->tabs.value(tab).chatView);
 }
 
 // Answers the next away or nickname dialog: types `text` into its field and
-// saves, or cancels. When asked, records the title, label, prefilled text,
-// placeholder and the texts of the two buttons.
-ModalDriver::HandlePtr answerTextDialog(const QString& text, bool save, QStringList* seen = nullptr)
+// saves, or cancels. `prefilled` gets what the field showed.
+ModalDriver::HandlePtr answerTextDialog(const QString& text, bool save, QString* prefilled = nullptr)
 {
-    return ModalDriver::onModal<QDialog>([text, save, seen](QDialog* dialog) {
+    return ModalDriver::onModal<QDialog>([text, save, prefilled](QDialog* dialog) {
         auto* field = dialog->findChild<QLineEdit*>();
-        auto* box = dialog->findChild<QDialogButtonBox*>();
-        if (seen) {
-            *seen << dialog->windowTitle() << dialog->findChild<QLabel*>()->text() << field->text()
-                  << field->placeholderText() << box->button(QDialogButtonBox::Save)->text()
-                  << box->button(QDialogButtonBox::Cancel)->text();
-        }
+        if (prefilled)
+            *prefilled = field->text();
         field->setText(text);
-        box->button(save ? QDialogButtonBox::Save : QDialogButtonBox::Cancel)->click();
+        dialog->findChild<QDialogButtonBox*>()
+            ->button(save ? QDialogButtonBox::Save : QDialogButtonBox::Cancel)
+            ->click();
     });
+}
+
+bool ownRowItalic(MainWindow* w)
+{
+    return qvariant_cast<QFont>(w->userList->model()->index(0, 0).data(Qt::FontRole)).italic();
 }
 
 } // namespace
@@ -60,7 +53,6 @@ class TestDialogs : public QObject
 {
     Q_OBJECT
 
-private:
     std::unique_ptr<WindowHarness> h;
     MainWindow* w = nullptr;
 
@@ -73,32 +65,20 @@ private slots:
     }
     void cleanup() { h.reset(); }
 
-    // None of the three opens a dialog while disconnected.
-    void dialogsNeedAConnection_data()
-    {
-        QTest::addColumn<int>("which");
-        QTest::newRow("away") << 0;
-        QTest::newRow("nick") << 1;
-        QTest::newRow("topic") << 2;
-    }
-
+    // None of away, nickname and topic opens a dialog while disconnected.
     void dialogsNeedAConnection()
     {
-        QFETCH(int, which);
         w->session()->addLine("#c", "x", "bob", false);
-        const auto dialog = ModalDriver::onModal<QDialog>([](QDialog* d) { d->reject(); });
-        if (which == 0)
-            w->onSetAway();
-        else if (which == 1)
-            w->onChangeNick();
-        else
-            w->editTopic("#c");
-        QTest::qWait(50);
-        dialog->cancelled = true;
-        QVERIFY(!dialog->handled);
+        for (const auto& open : { std::function<void()>([this] { w->onSetAway(); }),
+                 std::function<void()>([this] { w->onChangeNick(); }),
+                 std::function<void()>([this] { w->editTopic("#c"); }) }) {
+            const auto dialog = ModalDriver::onModal<QDialog>([](QDialog* d) { d->reject(); });
+            open();
+            QTest::qWait(50);
+            dialog->cancelled = true;
+            QVERIFY(!dialog->handled);
+        }
     }
-
-    // ---- Away ---------------------------------------------------------------
 
     void awayDialog_data()
     {
@@ -120,7 +100,6 @@ private slots:
         w->onSetAway();
         QCOMPARE(w->session()->isAway(), !reason.isEmpty());
         if (reason.isEmpty()) {
-            QCOMPARE(w->awayAction->text(), QStringLiteral("Marked Away..."));
             QTest::qWait(50);
             QVERIFY(h->peer->linesStartingWith("AWAY").isEmpty());
             return;
@@ -130,49 +109,38 @@ private slots:
         QVERIFY(h->peerGot("AWAY :" + reason));
     }
 
-    // The menu entry asks for a reason and then says what it will do next:
-    // while away it comes back at once, without a dialog. The own member row
-    // looks away meanwhile.
+    // The menu entry asks for a reason; while away it comes back at once,
+    // without a dialog. The own member row looks away meanwhile.
     void awayEntryTogglesBack()
     {
         QVERIFY(h->connectAndRegister("me"));
         h->serverSays(":me!u@h JOIN :#a\n:irc.test 353 me = #a :@me bob\n:irc.test 366 me #a :End");
         w->tabWidget->setCurrentWidget(w->network()->tabs.value("#a").widget);
-        QStringList seen;
-        answerTextDialog("brb", true, &seen);
+        const QString idle = w->awayAction->text();
+        answerTextDialog("brb", true);
         w->awayAction->trigger();
-        QCOMPARE(seen,
-            (QStringList { "Set Away Status", "Away message:", "Away", "Reason for being away...", "Set Away",
-                "Cancel" }));
-        QCOMPARE(w->awayAction->text(), QStringLiteral("Unmark Away"));
-        QVERIFY(qvariant_cast<QFont>(w->userList->model()->index(0, 0).data(Qt::FontRole)).italic());
+        QVERIFY(w->awayAction->text() != idle);
+        QVERIFY(ownRowItalic(w));
         QTRY_COMPARE_WITH_TIMEOUT(messages(w, "#a").last(), QStringLiteral("is away (brb)"), 5000);
 
         const auto noDialog = answerTextDialog("x", true);
         w->awayAction->trigger();
         QVERIFY(!w->session()->isAway());
-        QCOMPARE(w->awayAction->text(), QStringLiteral("Marked Away..."));
-        QVERIFY(w->userList->count() > 0
-            && !qvariant_cast<QFont>(w->userList->model()->index(0, 0).data(Qt::FontRole)).italic());
-        QCOMPARE(messages(w, "Server").last(), QStringLiteral("*** You are back"));
+        QCOMPARE(w->awayAction->text(), idle);
+        QVERIFY(!ownRowItalic(w));
         QTRY_COMPARE_WITH_TIMEOUT(messages(w, "#a").last(), QStringLiteral("is back"), 5000);
         QTRY_COMPARE(h->peer->linesStartingWith("AWAY"), (QStringList { "AWAY :brb", "AWAY" }));
         noDialog->cancelled = true;
         QVERIFY(!noDialog->handled);
     }
 
-    // ---- Nickname ------------------------------------------------------------
-
     void nickDialog_data()
     {
         QTest::addColumn<QString>("typed");
         QTest::addColumn<QString>("sent"); // empty: nothing sent
-        QTest::newRow("padded") << "  newme  "
-                                << "newme";
-        QTest::newRow("empty") << "   "
-                               << "";
-        QTest::newRow("unchanged") << "me"
-                                   << "";
+        QTest::newRow("padded") << "  newme  " << "newme";
+        QTest::newRow("empty") << "   " << "";
+        QTest::newRow("unchanged") << "me" << "";
     }
 
     void nickDialog()
@@ -180,12 +148,10 @@ private slots:
         QFETCH(QString, typed);
         QFETCH(QString, sent);
         QVERIFY(h->connect("me"));
-        QStringList seen;
-        answerTextDialog(typed, true, &seen);
+        QString prefilled;
+        answerTextDialog(typed, true, &prefilled);
         w->onChangeNick();
-        QCOMPARE(seen,
-            (QStringList {
-                "Change Nickname", "New nickname:", "me", "Enter new nickname", "Change", "Cancel" }));
+        QCOMPARE(prefilled, QStringLiteral("me"));
         QCOMPARE(w->session()->pendingNick(), sent);
         if (sent.isEmpty()) {
             QTest::qWait(50);
@@ -209,16 +175,12 @@ private slots:
         w->onSetAway();
         QTRY_COMPARE_WITH_TIMEOUT(messages(w, "#a").count("is away (gone)"), 1, 5000);
         h->peer->clear();
-
         answerTextDialog("other", true);
         w->onChangeNick();
         QVERIFY(!w->session()->isAway());
-        QCOMPARE(w->awayAction->text(), QStringLiteral("Marked Away..."));
         QTRY_COMPARE_WITH_TIMEOUT(h->peer->lines(), (QStringList { "AWAY", "NICK other" }), 5000);
         QCOMPARE(messages(w, "#a").count("is back"), 0);
     }
-
-    // ---- Emoji popup -----------------------------------------------------------
 
     void emojiGoesToTheCursorAndFocusReturns()
     {
@@ -228,7 +190,6 @@ private slots:
         w->tabWidget->setCurrentWidget(w->network()->tabs.value("#a").widget);
         w->inputLine->setText("hello world");
         w->inputLine->setCursorPosition(5);
-
         w->emojiButton->click();
         QPointer<EmojiPicker> picker = w->findChild<EmojiPicker*>();
         QVERIFY(picker && picker->isVisible());
@@ -242,8 +203,6 @@ private slots:
         QTRY_COMPARE(w->focusWidget(), w->inputLine);
     }
 
-    // ---- Topic strip -------------------------------------------------------------
-
     // Half-operators and above may edit the topic: the pencil shows for them.
     // A fresh member list without the status hides it, and editing is refused.
     void onlyOperatorsEditTheTopic()
@@ -254,11 +213,9 @@ private slots:
         QVERIFY(!pencil->isHidden());
         h->serverSays(":irc.test 353 me = #c :+me bob\n:irc.test 366 me #c :End");
         QVERIFY(pencil->isHidden());
-
         const auto box = ModalDriver::onMessageBox("Permission denied", QMessageBox::Ok);
         w->editTopic("#c");
         QVERIFY(box->handled);
-        QCOMPARE(box->text, QStringLiteral("You must be an operator to change the topic."));
         QTest::qWait(50);
         QVERIFY(h->peer->linesStartingWith("TOPIC").isEmpty());
     }

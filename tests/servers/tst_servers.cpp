@@ -4,13 +4,10 @@
 #include "ServerListDelegate.h"
 #include "ServerStore.h"
 #include "TestMain.h"
-#include "ThemeManager.h"
 
 #include <QCheckBox>
 #include <QComboBox>
 #include <QImage>
-#include <QIntValidator>
-#include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPainter>
@@ -26,22 +23,9 @@ namespace {
 const QString Oftc = QStringLiteral("irc.oftc.net:6667");
 const QString OftcId = QStringLiteral("irc.oftc.net_6667");
 
-QLineEdit* edit(QWidget& dialog, const QString& name)
+QLineEdit* edit(QWidget& dialog, const char* name)
 {
-    auto* e = dialog.findChild<QLineEdit*>(name);
-    if (!e)
-        qFatal("no line edit %s", qPrintable(name));
-    return e;
-}
-
-QCheckBox* sslCheck(QWidget& dialog)
-{
-    return dialog.findChild<QCheckBox*>(QStringLiteral("sslCheck"));
-}
-
-QComboBox* combo(QWidget& dialog, const char* name)
-{
-    return dialog.findChild<QComboBox*>(QString::fromLatin1(name));
+    return dialog.findChild<QLineEdit*>(QString::fromLatin1(name));
 }
 
 QListWidget* listOf(ConnectDialog& dialog)
@@ -52,9 +36,8 @@ QListWidget* listOf(ConnectDialog& dialog)
 QStringList rows(ConnectDialog& dialog)
 {
     QStringList texts;
-    QListWidget* list = listOf(dialog);
-    for (int i = 0; i < list->count(); ++i)
-        texts.append(list->item(i)->text());
+    for (int i = 0; i < listOf(dialog)->count(); ++i)
+        texts.append(listOf(dialog)->item(i)->text());
     return texts;
 }
 
@@ -66,10 +49,8 @@ QString currentText(ConnectDialog& dialog)
 
 void selectRow(ConnectDialog& dialog, const QString& text)
 {
-    const int row = rows(dialog).indexOf(text);
-    if (row < 0)
-        qFatal("row %s missing", qPrintable(text));
-    listOf(dialog)->setCurrentRow(row);
+    listOf(dialog)->setCurrentRow(rows(dialog).indexOf(text));
+    QCOMPARE(currentText(dialog), text);
 }
 
 void makeFavorite(ConnectDialog& dialog, const QString& address)
@@ -78,28 +59,19 @@ void makeFavorite(ConnectDialog& dialog, const QString& address)
     dialog.toggleCurrentFavorite();
 }
 
-void fillConnectFields(ConnectDialog& dialog, const QString& server, const QString& port, const QString& nick)
-{
-    edit(dialog, "serverEdit")->setText(server);
-    edit(dialog, "portEdit")->setText(port);
-    edit(dialog, "nickEdit")->setText(nick);
-}
-
-// Fills the next server edit dialog and saves it. A null nick or channel
-// list leaves that field as the dialog shows it.
+// Fills the next server edit dialog and saves it. A null nick leaves that
+// field as the dialog shows it.
 HandlePtr saveNextEditDialog(const QString& host, const QString& port, const QString& nick = QString(),
-    const QString& channels = QString(), std::shared_ptr<QString> seenTitle = nullptr)
+    const QString& channels = QString())
 {
     return onModal<ServerEditDialog>([=](ServerEditDialog* dialog) {
-        if (seenTitle)
-            *seenTitle = dialog->windowTitle();
         edit(*dialog, "addressEdit")->setText(host);
         edit(*dialog, "portEdit")->setText(port);
         if (!nick.isNull())
             edit(*dialog, "nickEdit")->setText(nick);
         if (!channels.isNull())
             edit(*dialog, "autojoinEdit")->setText(channels);
-        dialog->findChild<QPushButton*>(QStringLiteral("connectButton"))->click();
+        dialog->accept();
     });
 }
 
@@ -151,7 +123,7 @@ ServerConfig sampleConfig()
 QStringList fields(const ServerConfig& c)
 {
     return { c.nickname, c.altNickname, c.realName, c.authMethod, c.password, c.autojoinChannels.join('|'),
-        c.encoding, c.useSsl ? "ssl" : "no ssl", c.favorite ? "favorite" : "not favorite" };
+        c.encoding, c.useSsl ? "ssl" : "no ssl" };
 }
 
 // The connection an accepted connect dialog describes.
@@ -160,65 +132,6 @@ QStringList results(const ConnectDialog& d)
     return { d.server(), QString::number(d.port()), d.nickname(), d.altNickname(), d.realName(),
         d.favoriteChannels().join('|'), d.authMethod(), d.password(), d.encoding(),
         d.useSsl() ? "ssl" : "no ssl" };
-}
-
-// The dialog shows each label text and each line edit (by object name) has
-// its placeholder.
-void checkTexts(QWidget& dialog, const QStringList& labels, const QMap<QString, QString>& placeholders)
-{
-    QStringList shown;
-    for (QLabel* label : dialog.findChildren<QLabel*>())
-        shown.append(label->text());
-    for (const QString& text : labels)
-        QVERIFY2(shown.contains(text), qPrintable(text));
-    for (auto it = placeholders.cbegin(); it != placeholders.cend(); ++it)
-        QCOMPARE(edit(dialog, it.key())->placeholderText(), it.value());
-}
-
-// Buttons by object name (the style sheets rely on those) and their texts.
-void checkButtons(QWidget& dialog, const QMap<QString, QString>& buttons)
-{
-    for (auto it = buttons.cbegin(); it != buttons.cend(); ++it) {
-        auto* button = dialog.findChild<QPushButton*>(it.key());
-        QVERIFY2(button, qPrintable(it.key()));
-        QCOMPARE(button->text().remove('&'), it.value());
-    }
-}
-
-// Paints one list row through the server list delegate.
-QImage paintRow(const QString& text, bool selected = false)
-{
-    QListWidget list;
-    list.addItem(text);
-    ServerListDelegate delegate;
-    QStyleOptionViewItem option;
-    option.initFrom(&list);
-    option.rect = QRect(0, 0, 240, 28);
-    option.font.setPixelSize(20);
-    option.palette.setColor(QPalette::Base, Qt::white);
-    option.palette.setColor(QPalette::Text, Qt::black);
-    option.palette.setColor(QPalette::Highlight, QColor("#123456"));
-    if (selected)
-        option.state |= QStyle::State_Selected;
-    QImage image(240, 28, QImage::Format_RGB32);
-    image.fill(Qt::blue);
-    QPainter painter(&image);
-    delegate.paint(&painter, option, list.model()->index(0, 0));
-    painter.end();
-    return image;
-}
-
-int goldPixels(const QImage& image)
-{
-    int count = 0;
-    for (int y = 0; y < image.height(); ++y) {
-        for (int x = 0; x < image.width(); ++x) {
-            const QColor c = image.pixelColor(x, y);
-            if (c.red() > 200 && c.green() > 150 && c.green() < 235 && c.blue() < 80)
-                ++count;
-        }
-    }
-    return count;
 }
 
 } // namespace
@@ -237,25 +150,65 @@ private slots:
 
     // --- The store -------------------------------------------------------
 
+    void addressesAndChannels_data()
+    {
+        QTest::addColumn<QString>("function");
+        QTest::addColumn<QString>("input");
+        QTest::addColumn<QString>("output");
+        const auto row = [](const char* function, const QString& input, const QString& output) {
+            QTest::addRow("%s %s", function, qPrintable(input)) << function << input << output;
+        };
+        row("id", "irc.example.org:006667", "irc.example.org_6667");
+        row("id", "irc.example.org:abc", "irc.example.org_0");
+        row("id", ":6667", "_6667");
+        row("id", "my_host:7000", "my_host_7000");
+        for (const char* unusable : { "irc.example.org", "irc.example.org:1:2", "::1:6667" })
+            row("id", unusable, "");
+        const QString star = QString::fromUtf8("\u2605");
+        row("clean", star + " h:1", "h:1");
+        row("clean", star + "h:1", star + "h:1");
+        row("clean", FavMarker + FavMarker + "h:1", FavMarker + "h:1");
+        row("channels", "a,,b  #c", "#a|#b|#c");
+        row("channels", " , ,\t", "");
+        row("channels", "##x, #y", "##x|#y");
+        row("history", "  irc.x.org |0100", "irc.x.org:100");
+        row("history", "h|x", "h:0");
+    }
+
+    void addressesAndChannels()
+    {
+        QFETCH(QString, function);
+        QFETCH(QString, input);
+        QFETCH(QString, output);
+        const QMap<QString, std::function<QString(const QString&)>> functions {
+            { "id", &ServerStore::idFromAddress }, { "clean", &ConnectDialog::cleanAddress },
+            { "channels", [](const QString& s) { return ServerStore::splitChannels(s).join('|'); } },
+            { "history",
+                [](const QString& s) { return ServerStore::historyEntry(s.section('|', 0, 0), s.section('|', 1)); } }
+        };
+        QCOMPARE(functions.value(function)(input), output);
+    }
+
     void records()
     {
         ServerConfig config = sampleConfig();
-        config.favorite = true;
         ServerStore::saveServerConfig(QStringLiteral("irc.example.org_6697"), config);
-        // The key names are what existing settings files hold.
+        // The key names are what existing settings files hold; without a
+        // keyring the password stays in the file, without the keyring mark.
         const QMap<QString, QString> keys { { "altnick", "alice_" }, { "authmethod", "SASL PLAIN" },
-            { "password", " secret " }, { "address", "irc.example.org:6697" } };
+            { "password", " secret " }, { "address", "irc.example.org:6697" }, { "passwordinkeyring", "" } };
         for (auto it = keys.cbegin(); it != keys.cend(); ++it)
             QCOMPARE(value("servers/irc.example.org_6697/" + it.key()), it.value());
-        config.favorite = false; // favourites live in a key of their own
-        QCOMPARE(
-            fields(ServerStore::loadServerConfig(QStringLiteral("irc.example.org_6697"))), fields(config));
+        QVERIFY(ServerStore::passwordsKeptInSettingsFile());
+        QCOMPARE(fields(ServerStore::loadServerConfig(QStringLiteral("irc.example.org_6697"))), fields(config));
+        // Migrating without a keyring keeps the password where it is.
+        ServerStore::migratePasswords();
+        QCOMPARE(value("servers/irc.example.org_6697/password"), QStringLiteral(" secret "));
 
         // A one-element list survives the settings file, too.
         config.autojoinChannels = { QStringLiteral("#only") };
         ServerStore::saveServerConfig(QStringLiteral("h_1"), config);
-        QCOMPARE(ServerStore::loadServerConfig(QStringLiteral("h_1")).autojoinChannels,
-            QStringList { QStringLiteral("#only") });
+        QCOMPARE(ServerStore::loadServerConfig(QStringLiteral("h_1")).autojoinChannels, config.autojoinChannels);
 
         // Missing keys read as the fallback's fields; reading writes nothing.
         QSettings().setValue("servers/h_2/nickname", "stored");
@@ -268,96 +221,50 @@ private slots:
         QCOMPARE(QSettings().allKeys(), keysBefore);
     }
 
-    void identifiers()
-    {
-        const QList<std::pair<QString, QString>> cases { { "irc.example.org:6667", "irc.example.org_6667" },
-            { "irc.example.org:006667", "irc.example.org_6667" },
-            { "irc.example.org:abc", "irc.example.org_0" }, { ":6667", "_6667" },
-            { "my_host:7000", "my_host_7000" }, { "irc.example.org", "" }, { "irc.example.org:1:2", "" },
-            { "::1:6667", "" } };
-        for (const auto& [address, id] : cases)
-            QCOMPARE(ServerStore::idFromAddress(address), id);
-    }
-
     void oddIdentifiers()
     {
         // A host with "_" does not split in two: the dialog stores the
         // identifier as its own address, the chat window stores none.
         ServerStore::saveServerConfig(QStringLiteral("my_host_6667"), ServerConfig());
         QCOMPARE(value("servers/my_host_6667/address"), QStringLiteral("my_host_6667"));
-        ServerStore::saveServerConfig(
-            QStringLiteral("odd_host_1"), ServerConfig(), ServerStore::OddAddress::Skip);
-        QVERIFY(stored("servers/odd_host_1/nickname"));
-        QVERIFY(!stored("servers/odd_host_1/address"));
+        ServerStore::saveServerConfig(QStringLiteral("odd_host_1"), ServerConfig(), ServerStore::OddAddress::Skip);
+        QVERIFY(stored("servers/odd_host_1/nickname") && !stored("servers/odd_host_1/address"));
 
-        // Listed from the custom list, it gets its derived address: shown, but
-        // without an identifier. Identifiers only come from the user's own
-        // list, but nothing may break the store when they look odd.
+        // Listed from the custom list, it gets its derived address. Odd
+        // identifiers must not break the store.
         QSettings().setValue("servers/customList",
-            QStringList {
-                "my_host_7000", "", "favorites", "a/b_1", "x\\y_2", QString(300, QLatin1Char('z')) });
+            QStringList { "my_host_7000", "", "favorites", "a/b_1", "x\\y_2", QString(300, QLatin1Char('z')) });
         ConnectDialog dialog;
-        QVERIFY(rows(dialog).size() >= 73);
         QVERIFY(rows(dialog).contains(QStringLiteral("my:host:7000")));
         QCOMPARE(value("servers/my_host_7000/address"), QStringLiteral("my:host:7000"));
-        QVERIFY(ServerStore::idFromAddress(QStringLiteral("my:host:7000")).isEmpty());
         ServerStore::removeServerGroup(QString());
         QVERIFY(!listValue("servers/customList").isEmpty()); // the empty id removed nothing
-    }
-
-    void cleanAddress()
-    {
-        const QString star = QString::fromUtf8("\u2605");
-        const QList<std::pair<QString, QString>> cases { { star + " h:1", "h:1" }, { "h:1", "h:1" },
-            { star + "h:1", star + "h:1" }, { "h" + FavMarker + ":1", "h" + FavMarker + ":1" },
-            { FavMarker + FavMarker + "h:1", FavMarker + "h:1" } };
-        for (const auto& [text, clean] : cases)
-            QCOMPARE(ConnectDialog::cleanAddress(text), clean);
     }
 
     void defaultList()
     {
         const QStringList servers = ConnectDialog::defaultServers();
-        QCOMPARE(servers.size(), 72);
-        QCOMPARE(QSet<QString>(servers.cbegin(), servers.cend()).size(), 72);
+        QCOMPARE(QSet<QString>(servers.cbegin(), servers.cend()).size(), servers.size());
         for (const QString& entry : servers) {
-            QString host;
-            int port = 0;
-            QVERIFY2(ServerStore::splitAddress(entry, &host, &port), qPrintable(entry));
-            QVERIFY2(!host.isEmpty() && !host.contains(QLatin1Char('_')), qPrintable(entry));
-            QVERIFY(ConnectDialog::isDefaultServer(ConnectDialog::serverId(host, port)));
+            const QString id = ServerStore::idFromAddress(entry);
+            QVERIFY2(!id.isEmpty() && ConnectDialog::isDefaultServer(id), qPrintable(entry));
         }
-        QVERIFY(servers.contains(ServerStore::defaultHost() + ":6667"));
         QVERIFY(!ConnectDialog::isDefaultServer(QStringLiteral("irc.example.org_6667")));
         QVERIFY(!ConnectDialog::isDefaultServer(ServerStore::defaultHost() + "_6697"));
     }
 
-    void splitChannels()
-    {
-        const QList<std::pair<QString, QStringList>> cases { { "a,,b  #c", { "#a", "#b", "#c" } },
-            { " , ,\t", {} }, { "##x, #y", { "##x", "#y" } }, { "  linux  ", { "#linux" } } };
-        for (const auto& [text, channels] : cases)
-            QCOMPARE(ServerStore::splitChannels(text), channels);
-    }
-
+    // The newest ten, oldest first; an entry used again moves to the end.
     void history()
     {
-        QCOMPARE(ServerStore::historyEntry(QStringLiteral("  irc.x.org "), QStringLiteral("0100")),
-            QStringLiteral("irc.x.org:100"));
-        QCOMPARE(ServerStore::historyEntry(QStringLiteral("h"), QStringLiteral("x")), QStringLiteral("h:0"));
-
         for (int i = 1; i <= 11; ++i)
             ServerStore::recordHistory(QStringLiteral("h%1:6667").arg(i));
-        QStringList history = ServerStore::history();
-        QCOMPARE(history.size(), 10);
-        QCOMPARE(history.first(), QStringLiteral("h2:6667"));
-        QCOMPARE(history.last(), QStringLiteral("h11:6667"));
-
+        QStringList expected;
+        for (int i = 2; i <= 11; ++i)
+            expected << QStringLiteral("h%1:6667").arg(i);
+        QCOMPARE(ServerStore::history(), expected);
         ServerStore::recordHistory(QStringLiteral("h5:6667"));
-        history = listValue("connection/history");
-        QCOMPARE(history.size(), 10);
-        QCOMPARE(history.count(QStringLiteral("h5:6667")), 1);
-        QCOMPARE(history.last(), QStringLiteral("h5:6667"));
+        expected.removeAll(QStringLiteral("h5:6667"));
+        QCOMPARE(listValue("connection/history"), expected << QStringLiteral("h5:6667"));
     }
 
     // --- Loading the list ------------------------------------------------
@@ -365,16 +272,15 @@ private slots:
     void firstStartListsNetworksAndSelectsDefault()
     {
         ConnectDialog dialog;
-        QCOMPARE(rows(dialog).size(), 72);
-        QCOMPARE(currentText(dialog), ServerStore::defaultHost() + ":6667");
+        QCOMPARE(rows(dialog).size(), ServerStore::defaultServers().size());
+        QCOMPARE(currentText(dialog), ServerStore::defaultAddress());
         QCOMPARE(edit(dialog, "serverEdit")->text(), ServerStore::defaultHost());
         QCOMPARE(edit(dialog, "portEdit")->text(), QStringLiteral("6667"));
         QCOMPARE(dialog.currentServerId(), ServerStore::defaultHost() + "_6667");
-        // Every default got its address written once.
+        // Every default got its address written once; no custom entries.
         QCOMPARE(value("servers/irc.dal.net_7000/address"), QStringLiteral("irc.dal.net:7000"));
         QVERIFY(listValue("servers/customList").isEmpty());
-        // Sorted case-insensitively.
-        QStringList sorted = rows(dialog);
+        QStringList sorted = rows(dialog); // case ignored
         std::sort(sorted.begin(), sorted.end(),
             [](const QString& a, const QString& b) { return a.compare(b, Qt::CaseInsensitive) < 0; });
         QCOMPARE(rows(dialog), sorted);
@@ -387,41 +293,35 @@ private slots:
         QSettings settings;
         settings.setValue("connection/history", QStringList { "127.0.0.1:16667" });
         settings.setValue("servers/127.0.0.1_16667/nickname", "alice");
-        settings.setValue("servers/127.0.0.1_16667/realname", "Alice Example");
         settings.setValue("servers/127.0.0.1_16667/autojoin", QStringList { "#a", "#b" });
         settings.sync();
         ConnectDialog dialog;
-        QCOMPARE(rows(dialog).size(), 73);
         QCOMPARE(rows(dialog).last(), QStringLiteral("127.0.0.1:16667"));
         QCOMPARE(currentText(dialog), QStringLiteral("127.0.0.1:16667"));
         QCOMPARE(listValue("servers/customList"), QStringList { "127.0.0.1_16667" });
-        QCOMPARE(value("servers/127.0.0.1_16667/address"), QStringLiteral("127.0.0.1:16667"));
         QCOMPARE(edit(dialog, "nickEdit")->text(), QStringLiteral("alice"));
-        QCOMPARE(edit(dialog, "realNameEdit")->text(), QStringLiteral("Alice Example"));
         QCOMPARE(edit(dialog, "channelsEdit")->text(), QStringLiteral("#a, #b"));
     }
 
-    // --- Adding ----------------------------------------------------------
+    // --- Adding, favourites, editing, deleting ----------------------------
 
     void addingServers()
     {
         ConnectDialog dialog;
+        const int defaults = rows(dialog).size();
         auto editor = onModal<ServerEditDialog>([](ServerEditDialog* d) {
             edit(*d, "addressEdit")->setText(QStringLiteral("x.example.org"));
-            d->findChild<QPushButton*>(QStringLiteral("cancelButton"))->click();
+            d->reject();
         });
         dialog.addServer();
         QVERIFY(editor->handled);
-        QCOMPARE(rows(dialog).size(), 72); // cancelled
+        QCOMPARE(rows(dialog).size(), defaults); // cancelled
 
-        auto title = std::make_shared<QString>();
-        editor = saveNextEditDialog("  irc.example.org ", "06697", "bob", "a, b", title);
+        editor = saveNextEditDialog("  irc.example.org ", "06697", "bob", "a, b");
         dialog.addServer();
         QVERIFY(editor->handled);
-        QCOMPARE(*title, QStringLiteral("Add IRC Server"));
         QCOMPARE(currentText(dialog), QStringLiteral("irc.example.org:6697"));
         QCOMPARE(dialog.currentServerId(), QStringLiteral("irc.example.org_6697"));
-        QCOMPARE(edit(dialog, "nickEdit")->text(), QStringLiteral("bob"));
         QCOMPARE(edit(dialog, "channelsEdit")->text(), QStringLiteral("#a, #b"));
         QCOMPARE(value("servers/irc.example.org_6697/nickname"), QStringLiteral("bob"));
         QCOMPARE(listValue("servers/customList"), QStringList { "irc.example.org_6697" });
@@ -433,9 +333,8 @@ private slots:
         auto box = onMessageBox(QStringLiteral("Add Server"), QMessageBox::Ok);
         dialog.addServer();
         QVERIFY(box->handled);
-        QCOMPARE(box->text, QStringLiteral("This server already exists in the list."));
         QCOMPARE(currentText(dialog), Oftc);
-        QCOMPARE(rows(dialog).size(), 73);
+        QCOMPARE(rows(dialog).size(), defaults + 1);
     }
 
     void addOrEditRefusesInvalidFormat()
@@ -450,14 +349,11 @@ private slots:
             auto box = onMessageBox(QStringLiteral("Invalid format"), QMessageBox::Ok);
             editing ? dialog.editServer() : dialog.addServer();
             QVERIFY2(editor->handled && box->handled, qPrintable(host));
-            QCOMPARE(box->text, QStringLiteral("Please use the format host:port"));
             QCOMPARE(rows(dialog), before);
         }
         QVERIFY(listValue("servers/customList").isEmpty());
         QVERIFY(!stored("servers/irc.oftc.net_6667/nickname"));
     }
-
-    // --- Favourites ------------------------------------------------------
 
     void orderFavouritesFirstThenCaseInsensitive()
     {
@@ -466,42 +362,31 @@ private slots:
         addServer(dialog, "C.example", "2");
         addServer(dialog, "b.example", "1");
         addServer(dialog, "zz.example", "3");
-        const QStringList list = rows(dialog);
-        QVERIFY(list.indexOf("b.example:1") < list.indexOf("C.example:2"));
         // The custom list follows the display order and holds no defaults.
-        QCOMPARE(
-            listValue("servers/customList"), (QStringList { "b.example_1", "C.example_2", "zz.example_3" }));
+        QCOMPARE(listValue("servers/customList"), (QStringList { "b.example_1", "C.example_2", "zz.example_3" }));
 
         makeFavorite(dialog, "zz.example:3");
         makeFavorite(dialog, Oftc);
-        QCOMPARE(rows(dialog).mid(0, 2), (QStringList { FavMarker + Oftc, FavMarker + "zz.example:3" }));
+        const QStringList favourites { FavMarker + Oftc, FavMarker + "zz.example:3" };
+        QCOMPARE(rows(dialog).mid(0, 2), favourites);
         QVERIFY(!rows(dialog).at(2).startsWith(FavMarker));
         QCOMPARE(currentText(dialog), FavMarker + Oftc); // selection follows the row
         QCOMPARE(value("servers/irc.oftc.net_6667/address"), Oftc); // the marker is display only
 
         ConnectDialog reloaded;
-        QCOMPARE(rows(reloaded).mid(0, 2), (QStringList { FavMarker + Oftc, FavMarker + "zz.example:3" }));
-        QVERIFY(reloaded.favoriteServers().contains(OftcId));
+        QCOMPARE(rows(reloaded).mid(0, 2), favourites);
         makeFavorite(reloaded, FavMarker + "zz.example:3");
         QVERIFY(!rows(reloaded).at(1).startsWith(FavMarker));
         QCOMPARE(ServerStore::loadFavorites(), (QSet<QString> { "gone.example_1", OftcId }));
-    }
 
-    void favouriteToggleWithoutPortChangesNothing()
-    {
-        QSettings settings;
-        settings.setValue("servers/customList", QStringList { "odd_1" });
-        settings.setValue("servers/odd_1/address", "nohost");
-        settings.sync();
-        ConnectDialog dialog;
-        selectRow(dialog, "nohost");
-        QCOMPARE(edit(dialog, "serverEdit")->text(), QStringLiteral("nohost"));
-        QCOMPARE(edit(dialog, "portEdit")->text(), QStringLiteral("6667"));
-        QVERIFY(dialog.currentServerId().isEmpty());
-        const QStringList before = rows(dialog);
-        dialog.toggleCurrentFavorite();
-        QCOMPARE(rows(dialog), before);
-        QVERIFY(!stored("servers/favorites"));
+        // A row that is not host:port cannot become a favourite.
+        QSettings().setValue("servers/customList", QStringList { "odd_1" });
+        QSettings().setValue("servers/odd_1/address", "nohost");
+        ConnectDialog odd;
+        makeFavorite(odd, "nohost");
+        QVERIFY(odd.currentServerId().isEmpty());
+        QCOMPARE(currentText(odd), QStringLiteral("nohost"));
+        QCOMPARE(ServerStore::loadFavorites(), (QSet<QString> { "gone.example_1", OftcId }));
     }
 
     void contextMenuTogglesFavourite()
@@ -511,57 +396,43 @@ private slots:
         QVERIFY(QTest::qWaitForWindowExposed(&dialog));
         QListWidget* list = listOf(dialog);
         QListWidgetItem* item = list->findItems(Oftc, Qt::MatchExactly).value(0);
-        QVERIFY(item);
         list->scrollToItem(item);
-
-        auto texts = std::make_shared<QStringList>();
-        auto menu = onMenu(QStringLiteral("Add to Favorites"), texts);
+        auto menu = onMenu(QStringLiteral("Add to Favorites"), std::make_shared<QStringList>());
         dialog.showServerContextMenu(list->visualItemRect(item).center());
         QVERIFY(menu->handled);
-        QCOMPARE(*texts, (QStringList { "Edit", "Delete", "Add to Favorites" }));
         QCOMPARE(rows(dialog).first(), FavMarker + Oftc);
-        QCOMPARE(currentText(dialog), FavMarker + Oftc);
-
         list->scrollToItem(list->item(0));
-        texts->clear();
-        menu = onMenu(QStringLiteral("Remove from Favorites"), texts);
+        menu = onMenu(QStringLiteral("Remove from Favorites"), std::make_shared<QStringList>());
         dialog.showServerContextMenu(list->visualItemRect(list->item(0)).center());
         QVERIFY(menu->handled);
-        QVERIFY(texts->contains(QStringLiteral("Remove from Favorites")));
-        QVERIFY(!rows(dialog).first().startsWith(FavMarker));
         QVERIFY(ServerStore::loadFavorites().isEmpty());
-    }
 
-    void contextMenuOnEmptySpaceDoesNothing()
-    {
+        // With every default deleted the list is empty: no menu on it.
         QStringList all;
         for (const QString& entry : ServerStore::defaultServers())
             all.append(ServerStore::idFromAddress(entry));
         QSettings().setValue("servers/deletedDefaultServers", all);
-        ConnectDialog dialog;
-        dialog.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&dialog));
-        QCOMPARE(rows(dialog).size(), 0);
-        auto texts = std::make_shared<QStringList>();
-        auto menu = onMenu(QString(), texts);
-        dialog.showServerContextMenu(QPoint(5, 5));
+        ConnectDialog empty;
+        empty.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&empty));
+        QCOMPARE(rows(empty).size(), 0);
+        menu = onMenu(QString(), std::make_shared<QStringList>());
+        empty.showServerContextMenu(QPoint(5, 5));
         QTest::qWait(100);
         menu->cancelled = true;
         QVERIFY(!menu->handled);
     }
 
-    // --- Editing and deleting --------------------------------------------
-
     void editOrDeleteNeedsSelection()
     {
         for (const QString title : { "Edit", "Delete" }) {
             ConnectDialog dialog;
+            const QStringList before = rows(dialog);
             listOf(dialog)->setCurrentItem(nullptr);
             auto box = onMessageBox(title, QMessageBox::Ok);
             title == QLatin1String("Edit") ? dialog.editServer() : dialog.deleteServer();
             QVERIFY2(box->handled, qPrintable(title));
-            QCOMPARE(box->text, QStringLiteral("No server selected."));
-            QCOMPARE(rows(dialog).size(), 72);
+            QCOMPARE(rows(dialog), before);
         }
     }
 
@@ -569,23 +440,18 @@ private slots:
     {
         ConnectDialog dialog;
         makeFavorite(dialog, Oftc);
-        auto title = std::make_shared<QString>();
-        auto editor = saveNextEditDialog("irc.oftc.net", "6697", "carol", QString(), title);
+        auto editor = saveNextEditDialog("irc.oftc.net", "6697", "carol");
         dialog.editServer();
         QVERIFY(editor->handled);
-        QCOMPARE(*title, QStringLiteral("Edit irc.oftc.net:6667"));
         QCOMPARE(currentText(dialog), QStringLiteral("irc.oftc.net:6697"));
-        QVERIFY(!dialog.favoriteServers().contains(OftcId));
         QVERIFY(!listValue("servers/favorites").contains(OftcId));
         QVERIFY(!listValue("servers/deletedDefaultServers").contains(OftcId));
         QVERIFY(!stored("servers/irc.oftc.net_6667/nickname"));
         QCOMPARE(value("servers/irc.oftc.net_6697/nickname"), QStringLiteral("carol"));
         QCOMPARE(listValue("servers/customList"), QStringList { "irc.oftc.net_6697" });
-
         // The edited default comes back on the next load, next to the new entry.
         ConnectDialog reloaded;
-        QVERIFY(rows(reloaded).contains(Oftc));
-        QVERIFY(rows(reloaded).contains("irc.oftc.net:6697"));
+        QVERIFY(rows(reloaded).contains(Oftc) && rows(reloaded).contains("irc.oftc.net:6697"));
     }
 
     void editInPlaceKeepsFavouriteAndSwitchesTlsOff()
@@ -593,81 +459,66 @@ private slots:
         ServerStore::saveServerConfig(OftcId, sampleConfig());
         ConnectDialog dialog;
         makeFavorite(dialog, Oftc);
-        QVERIFY(sslCheck(dialog)->isChecked());
-        auto shown = std::make_shared<QStringList>();
-        auto editor = onModal<ServerEditDialog>([shown](ServerEditDialog* d) {
-            *shown << edit(*d, "nickEdit")->text() << edit(*d, "autojoinEdit")->text()
-                   << combo(*d, "encodingCombo")->currentText();
+        QVERIFY(dialog.findChild<QCheckBox*>("sslCheck")->isChecked());
+        QStringList shown;
+        auto editor = onModal<ServerEditDialog>([&shown](ServerEditDialog* d) {
+            shown << edit(*d, "nickEdit")->text() << edit(*d, "autojoinEdit")->text()
+                  << d->findChild<QComboBox*>("encodingCombo")->currentText();
             edit(*d, "nickEdit")->setText(QStringLiteral("dave"));
             edit(*d, "autojoinEdit")->setText(QStringLiteral("x"));
             d->accept();
         });
         dialog.editServer();
         QVERIFY(editor->handled);
-        QCOMPARE(*shown, (QStringList { "alice", "#one, #two", "KOI8-R" }));
+        QCOMPARE(shown, (QStringList { "alice", "#one, #two", "KOI8-R" }));
         QCOMPARE(currentText(dialog), FavMarker + Oftc);
-        QVERIFY(dialog.favoriteServers().contains(OftcId));
         QCOMPARE(edit(dialog, "nickEdit")->text(), QStringLiteral("dave"));
         QCOMPARE(edit(dialog, "channelsEdit")->text(), QStringLiteral("#x"));
         // The edit dialog carries no TLS flag: saving switches it off.
-        QCOMPARE(QSettings().value("servers/irc.oftc.net_6667/ssl").toBool(), false);
+        QVERIFY(!QSettings().value("servers/irc.oftc.net_6667/ssl").toBool());
+        QVERIFY(!dialog.findChild<QCheckBox*>("sslCheck")->isChecked());
         QCOMPARE(value("servers/irc.oftc.net_6667/password"), QStringLiteral(" secret "));
-        QVERIFY(!sslCheck(dialog)->isChecked());
     }
 
     void deletedDefaultStaysAwayUntilAddedAgain()
     {
         ServerStore::saveServerConfig(OftcId, sampleConfig());
+        const int defaults = ServerStore::defaultServers().size();
         {
             ConnectDialog dialog;
             makeFavorite(dialog, Oftc);
-            selectRow(dialog, FavMarker + Oftc);
             deleteCurrent(dialog);
-            QVERIFY(!rows(dialog).contains(FavMarker + Oftc));
             QCOMPARE(listValue("servers/deletedDefaultServers"), QStringList { OftcId });
             QVERIFY(!stored("servers/irc.oftc.net_6667/nickname"));
             // A deleted default keeps its favourite mark in the store.
             QVERIFY(listValue("servers/favorites").contains(OftcId));
         }
         ConnectDialog dialog;
-        QCOMPARE(rows(dialog).size(), 71);
+        QCOMPARE(rows(dialog).size(), defaults - 1);
         QVERIFY(!rows(dialog).join(' ').contains(Oftc));
-
         addServer(dialog, "irc.oftc.net", "6667");
-        QVERIFY(!dialog.deletedDefaultIds().contains(OftcId));
         QVERIFY(listValue("servers/deletedDefaultServers").isEmpty());
         QVERIFY(listValue("servers/customList").isEmpty()); // a default is never custom
         ConnectDialog reloaded;
-        QCOMPARE(rows(reloaded).size(), 72);
+        QCOMPARE(rows(reloaded).size(), defaults);
     }
 
     void deleteCustomServer()
     {
         ConnectDialog dialog;
-        dialog.setCurrentTheme(QStringLiteral("dark"));
         addServer(dialog, "own.example.org", "6667");
         makeFavorite(dialog, "own.example.org:6667");
-        auto seen = std::make_shared<QStringList>();
-        auto box = onModal<QMessageBox>([seen](QMessageBox* b) {
-            QAbstractButton* yes = b->button(QMessageBox::Yes);
-            QAbstractButton* no = b->button(QMessageBox::No);
-            // The sheet styles the buttons by these names.
-            *seen << (yes ? yes->objectName() : QString()) << (no ? no->objectName() : QString())
-                  << (b->defaultButton() == no ? "no is default" : "yes is default")
-                  << (b->icon() == QMessageBox::Critical ? "critical" : "other") << b->styleSheet();
-            no->click();
+        bool noIsDefault = false;
+        auto box = onModal<QMessageBox>([&noIsDefault](QMessageBox* b) {
+            noIsDefault = b->defaultButton() == b->button(QMessageBox::No);
+            b->button(QMessageBox::No)->click();
         });
         dialog.deleteServer();
-        QVERIFY(box->handled);
-        QCOMPARE(box->title, QStringLiteral("Delete Server"));
-        QCOMPARE(box->text, QStringLiteral("Are you sure you want to delete server: own.example.org:6667"));
-        QCOMPARE(*seen,
-            (QStringList { "yesButton", "noButton", "no is default", "critical",
-                ConnectDialog::deleteBoxStyleSheet("dark") }));
+        QVERIFY(box->handled && noIsDefault);
         QCOMPARE(currentText(dialog), FavMarker + "own.example.org:6667"); // "No" keeps it
 
         deleteCurrent(dialog);
-        QCOMPARE(rows(dialog).size(), 72);
+        QCOMPARE(rows(dialog).size(), ServerStore::defaultServers().size());
         QVERIFY(listValue("servers/customList").isEmpty());
         QVERIFY(!stored("servers/own.example.org_6667/address"));
         QVERIFY(!listValue("servers/favorites").contains("own.example.org_6667"));
@@ -675,26 +526,6 @@ private slots:
     }
 
     // --- The edit dialog -------------------------------------------------
-
-    void editDialogLayout()
-    {
-        ServerEditDialog dialog("Add IRC Server", ":6667", ServerConfig(), "dark");
-        QCOMPARE(dialog.windowTitle(), QStringLiteral("Add IRC Server"));
-        auto* validator = qobject_cast<const QIntValidator*>(edit(dialog, "portEdit")->validator());
-        QVERIFY(validator);
-        QCOMPARE(validator->bottom(), 1);
-        QCOMPARE(validator->top(), 65535);
-        QCOMPARE(edit(dialog, "passwordEdit")->echoMode(), QLineEdit::Password);
-        QCOMPARE(combo(dialog, "authCombo")->count(), 6);
-        QCOMPARE(combo(dialog, "encodingCombo")->count(), 13);
-        checkButtons(dialog, { { "connectButton", "Save" }, { "cancelButton", "Cancel" } });
-        checkTexts(dialog,
-            { "IRC server:", "Port:", "Nickname:", "Second Name:", "Real Name:", "Auth Method:", "Password:",
-                "Auto join channels:", "Encoding:" },
-            { { "addressEdit", "irc.example.net" }, { "nickEdit", "Type you nickname" },
-                { "altNickEdit", "Alternative nickname if main is taken" },
-                { "realNameEdit", "Type you Real name (optionally)" }, { "autojoinEdit", "#help, #linux" } });
-    }
 
     void editDialogAddress()
     {
@@ -721,49 +552,34 @@ private slots:
     {
         ServerConfig config = sampleConfig();
         config.authMethod = QStringLiteral("Carrier pigeon"); // unknown: the first NickServ entry
-        config.encoding = QStringLiteral("utf-8 (unicode)"); // case matters: falls back to index 0
+        config.encoding = QStringLiteral("utf-8 (unicode)"); // case matters: falls back to the first
         ServerEditDialog dialog("t", "h:1", config, "light");
-        QCOMPARE(combo(dialog, "authCombo")->currentIndex(), 2);
-        QCOMPARE(combo(dialog, "encodingCombo")->currentIndex(), 0);
         edit(dialog, "nickEdit")->setText("  nick  ");
         edit(dialog, "altNickEdit")->setText(" alt ");
         edit(dialog, "realNameEdit")->setText(" Real ");
         edit(dialog, "passwordEdit")->setText("  pw  ");
         edit(dialog, "autojoinEdit")->setText("a,,b  #c");
-        combo(dialog, "encodingCombo")->setCurrentIndex(6);
         // Trimmed but the password; TLS is never carried by this dialog.
         QCOMPARE(fields(dialog.getConfig()),
             (QStringList { "nick", "alt", "Real", "NickServ (/nickserv IDENTIFY)", "  pw  ", "#a|#b|#c",
-                "Windows-1251 (Cyrillic)", "no ssl", "not favorite" }));
+                "UTF-8 (Unicode)", "no ssl" }));
     }
 
     // --- Connecting ------------------------------------------------------
 
     void connectRefusesThenCancel()
     {
-        const QString required = QStringLiteral("Server and nickname are required!");
-        const QString range = QStringLiteral("Port must be between 1 and 65535");
-        const QList<QStringList> cases { { "  ", "6667", "me", required },
-            { "irc.x.org", "6667", " ", required }, { "irc.x.org", "0", "me", range },
-            { "irc.x.org", "65536", "me", range }, { "irc.x.org", "abc", "me", range } };
+        const QList<QStringList> cases { { "  ", "6667", "me" }, { "irc.x.org", "6667", " " },
+            { "irc.x.org", "0", "me" }, { "irc.x.org", "65536", "me" }, { "irc.x.org", "abc", "me" } };
         ConnectDialog dialog;
         QSignalSpy accepted(&dialog, &QDialog::accepted);
         for (const QStringList& c : cases) {
-            fillConnectFields(dialog, c.at(0), c.at(1), c.at(2));
-            auto details = std::make_shared<QStringList>();
-            auto box = onModal<QMessageBox>(
-                [details](QMessageBox* b) {
-                    const QList<QAbstractButton*> buttons = b->buttons();
-                    *details << QString::number(buttons.size()) << buttons.value(0)->objectName()
-                             << (b->icon() == QMessageBox::Warning ? "warning" : "other");
-                    buttons.value(0)->click();
-                },
-                [](QMessageBox* b) { return b->windowTitle() == QStringLiteral("Error"); });
+            edit(dialog, "serverEdit")->setText(c.at(0));
+            edit(dialog, "portEdit")->setText(c.at(1));
+            edit(dialog, "nickEdit")->setText(c.at(2));
+            auto box = onMessageBox(QStringLiteral("Error"), QMessageBox::Ok);
             dialog.onConnectClicked();
             QVERIFY2(box->handled, qPrintable(c.join('|')));
-            QCOMPARE(box->text, c.at(3));
-            // One themed OK button, styled by its name.
-            QCOMPARE(*details, (QStringList { "1", "connectButton", "warning" }));
         }
         QCOMPARE(accepted.count(), 0);
         QSignalSpy rejected(&dialog, &QDialog::rejected);
@@ -791,16 +607,13 @@ private slots:
         ServerStore::saveServerConfig(OftcId, tls);
         ConnectDialog dialog;
         selectRow(dialog, Oftc);
-        QCOMPARE(dialog.currentServerId(), OftcId);
         edit(dialog, "nickEdit")->setText("frank");
-        sslCheck(dialog)->setChecked(false);
+        dialog.findChild<QCheckBox*>("sslCheck")->setChecked(false);
         if (!field.isEmpty()) {
-            QLineEdit* e = edit(dialog, field);
-            const QString text = e->text();
+            QLineEdit* e = edit(dialog, qPrintable(field));
             QTest::keyClick(e, Qt::Key_End);
             QTest::keyClick(e, Qt::Key_X);
             QTest::keyClick(e, Qt::Key_Backspace);
-            QCOMPARE(e->text(), text);
             QVERIFY(dialog.currentServerId().isEmpty());
         }
         dialog.onConnectClicked();
@@ -816,14 +629,13 @@ private slots:
         ServerStore::recordHistory(Oftc);
         ServerStore::recordHistory("irc.efnet.org:6667");
         ConnectDialog dialog;
-        QCOMPARE(currentText(dialog), QStringLiteral("irc.efnet.org:6667"));
+        QCOMPARE(currentText(dialog), QStringLiteral("irc.efnet.org:6667")); // the newest
         selectRow(dialog, Oftc);
         edit(dialog, "nickEdit")->setText("gina");
         dialog.onConnectClicked();
         QCOMPARE(listValue("connection/history"), (QStringList { "irc.efnet.org:6667", Oftc }));
         ConnectDialog reopened;
         QCOMPARE(currentText(reopened), Oftc);
-        QCOMPARE(edit(reopened, "serverEdit")->text(), QStringLiteral("irc.oftc.net"));
         QCOMPARE(edit(reopened, "nickEdit")->text(), QStringLiteral("gina"));
     }
 
@@ -836,121 +648,77 @@ private slots:
         QCOMPARE(edit(dialog, "channelsEdit")->text(), QStringLiteral("#one, #two"));
         edit(dialog, "realNameEdit")->setText("  Alice L.  ");
         edit(dialog, "channelsEdit")->setText("three four");
-        sslCheck(dialog)->setChecked(false);
+        dialog.findChild<QCheckBox*>("sslCheck")->setChecked(false);
         dialog.onConnectClicked();
         QCOMPARE(dialog.result(), int(QDialog::Accepted));
         QCOMPARE(results(dialog),
-            (QStringList { "irc.oftc.net", "6667", "alice", "alice_", "Alice L.", "#three|#four",
-                "SASL PLAIN", " secret ", "KOI8-R", "no ssl" }));
-        QCOMPARE(dialog.activeServerConfig().autojoinChannels, (QStringList { "#three", "#four" }));
+            (QStringList { "irc.oftc.net", "6667", "alice", "alice_", "Alice L.", "#three|#four", "SASL PLAIN",
+                " secret ", "KOI8-R", "no ssl" }));
         // The selected server's record takes what was entered.
         ServerConfig expected = sampleConfig();
         expected.realName = QStringLiteral("Alice L.");
         expected.autojoinChannels = QStringList { "#three", "#four" };
         expected.useSsl = false;
         QCOMPARE(fields(ServerStore::loadServerConfig(OftcId)), fields(expected));
+        QCOMPARE(fields(dialog.activeServerConfig()), fields(expected));
     }
 
     void resultsForTypedServer()
     {
         ConnectDialog dialog;
         QSignalSpy accepted(&dialog, &QDialog::accepted);
-        fillConnectFields(dialog, " typed.example.org ", "65535", " hank ");
+        edit(dialog, "serverEdit")->setText(" typed.example.org ");
+        edit(dialog, "portEdit")->setText("65535");
+        edit(dialog, "nickEdit")->setText(" hank ");
         edit(dialog, "realNameEdit")->setText("");
         edit(dialog, "channelsEdit")->setText("#a, b");
-        sslCheck(dialog)->setChecked(true);
+        dialog.findChild<QCheckBox*>("sslCheck")->setChecked(true);
         dialog.onConnectClicked();
         QCOMPARE(accepted.count(), 1);
         QCOMPARE(results(dialog),
-            (QStringList { "typed.example.org", "65535", "hank", "", "", "#a|#b",
-                "NickServ (/nickserv IDENTIFY)", "", "UTF-8 (Unicode)", "ssl" }));
+            (QStringList { "typed.example.org", "65535", "hank", "", "", "#a|#b", "NickServ (/nickserv IDENTIFY)", "",
+                "UTF-8 (Unicode)", "ssl" }));
         QCOMPARE(listValue("connection/history"), QStringList { "typed.example.org:65535" });
-        QVERIFY(!stored("servers/typed.example.org_65535/nickname"));
+        QVERIFY(!stored("servers/typed.example.org_65535/nickname")); // used as typed, not stored
     }
 
     // --- Look ------------------------------------------------------------
 
-    void dialogLayout()
+    void listRowsAndComboArrows()
     {
-        ConnectDialog dialog;
-        QCOMPARE(dialog.windowTitle(), QStringLiteral("Connect to IRC Server"));
-        QCOMPARE(dialog.minimumSize(), dialog.maximumSize()); // fixed size
-        QVERIFY(!(dialog.windowFlags() & Qt::WindowMaximizeButtonHint));
-        QCOMPARE(dialog.findChild<QLabel*>("titleLabel")->text(), QStringLiteral("Connect to IRC"));
-        QCOMPARE(listOf(dialog)->contextMenuPolicy(), Qt::CustomContextMenu);
-        QVERIFY(qobject_cast<ServerListDelegate*>(listOf(dialog)->itemDelegate()));
-        checkButtons(dialog,
-            { { "addButton", "Add" }, { "editButton", "Edit" }, { "deleteButton", "Delete" },
-                { "cancelButton", "Cancel" }, { "connectButton", "Connect" } });
-        QVERIFY(dialog.findChild<QPushButton*>("connectButton")->isDefault());
-        QCOMPARE(sslCheck(dialog)->text(), QStringLiteral("Use SSL"));
-        checkTexts(dialog, { "Server:", "Port:", "Nickname:", "Real name:", "Join channels:" },
-            { { "serverEdit", ServerStore::defaultHost() }, { "portEdit", "6667" },
-                { "nickEdit", "Type you nickname" }, { "realNameEdit", "Type you Real name (optionally)" },
-                { "channelsEdit", "#linux, #help" } });
-    }
-
-    void themes_data()
-    {
-        QTest::addColumn<QString>("theme");
-        QTest::addColumn<QString>("background");
-        QTest::addColumn<QString>("arrow");
-        // Without a compositor (offscreen) glass is frosted, not see-through.
-        QTest::newRow("light") << "light"
-                               << "#FFFFFF"
-                               << "#333333";
-        QTest::newRow("dark") << "dark"
-                              << "#2E2E2E"
-                              << "#DDDDDD";
-        QTest::newRow("glass") << "glass"
-                               << "#FFFFFF"
-                               << "#333333";
-    }
-
-    void themes()
-    {
-        QFETCH(QString, theme);
-        QFETCH(QString, background);
-        QFETCH(QString, arrow);
-        ConnectDialog dialog;
-        QCOMPARE(dialog.styleSheet(), ConnectDialog::styleSheetFor("light"));
-        dialog.setCurrentTheme(theme);
-        QCOMPARE(dialog.currentTheme(), theme);
-        const QString sheet = dialog.styleSheet();
-        QVERIFY(sheet.startsWith(ConnectDialog::styleSheetFor(theme)));
-        QVERIFY(sheet.contains("QDialog { background-color: " + background + "; }"));
-        QVERIFY(!sheet.contains(QLatin1Char('%')));
-        QVERIFY(!dialog.testAttribute(Qt::WA_TranslucentBackground));
-        // The delete confirmation matches the dialog.
-        const QString boxSheet = ConnectDialog::deleteBoxStyleSheet(theme);
-        QVERIFY(boxSheet.contains("QMessageBox { background-color: " + background + "; }"));
-        QVERIFY(!boxSheet.contains(QLatin1Char('%')));
-
-        ServerEditDialog editor("t", "h:1", ServerConfig(), theme);
-        QVERIFY(editor.styleSheet().startsWith(ThemeManager::dialogStyleSheet(theme)));
-        QVERIFY(!editor.testAttribute(Qt::WA_TranslucentBackground));
-        const QString comboSheet = combo(editor, "authCombo")->styleSheet();
-        QCOMPARE(combo(editor, "encodingCombo")->styleSheet(), comboSheet);
-        QVERIFY(comboSheet.contains("background: " + ThemeManager::palette(theme).inputBg));
-        // Style sheets load images by name: the inline arrow must be loadable that way.
-        const int at = comboSheet.indexOf(QStringLiteral("url(data:image/svg+xml;base64,"));
-        QVERIFY(at > 0);
-        const QImage image(comboSheet.mid(at + 4, comboSheet.indexOf(')', at) - at - 4));
-        QCOMPARE(image.size(), QSize(12, 12));
-        QCOMPARE(image.pixelColor(6, 6).name(QColor::HexRgb).toUpper(), arrow);
-    }
-
-    void delegatePaintsRows()
-    {
-        // The favourite marker is drawn in gold; the text starts 4 px in on
-        // the row's background.
+        // The favourite marker is drawn in gold; the text starts 4 px in.
         for (const bool favorite : { true, false }) {
-            const QImage image = paintRow(favorite ? FavMarker + Oftc : Oftc);
-            QCOMPARE(goldPixels(image) > 5, favorite);
-            for (int y = 0; y < image.height(); ++y)
-                QCOMPARE(image.pixelColor(2, y), QColor(Qt::white));
+            QListWidget list;
+            list.addItem(favorite ? FavMarker + Oftc : Oftc);
+            QStyleOptionViewItem option;
+            option.initFrom(&list);
+            option.rect = QRect(0, 0, 240, 28);
+            option.font.setPixelSize(20);
+            option.palette.setColor(QPalette::Base, Qt::white);
+            option.palette.setColor(QPalette::Text, Qt::black);
+            QImage image(240, 28, QImage::Format_RGB32);
+            image.fill(Qt::white);
+            QPainter painter(&image);
+            ServerListDelegate().paint(&painter, option, list.model()->index(0, 0));
+            painter.end();
+            int gold = 0, inkAtLeft = 0;
+            for (int y = 0; y < image.height(); ++y) {
+                inkAtLeft += image.pixelColor(2, y) != QColor(Qt::white);
+                for (int x = 0; x < image.width(); ++x) {
+                    const QColor c = image.pixelColor(x, y);
+                    gold += c.red() > 200 && c.green() > 150 && c.green() < 235 && c.blue() < 80;
+                }
+            }
+            QCOMPARE(gold > 5, favorite);
+            QCOMPARE(inkAtLeft, 0);
         }
-        QCOMPARE(paintRow(QStringLiteral("h:1"), true).pixelColor(1, 1), QColor("#123456"));
+        // Style sheets load images by name: the combo boxes' inline arrow must load that way.
+        for (const char* theme : { "light", "dark" }) {
+            const QString sheet = ServerEditDialog::comboBoxStyleSheet(QString::fromLatin1(theme));
+            const int at = sheet.indexOf(QStringLiteral("url(data:image/svg+xml;base64,"));
+            QVERIFY2(at > 0, theme);
+            QCOMPARE(QImage(sheet.mid(at + 4, sheet.indexOf(')', at) - at - 4)).size(), QSize(12, 12));
+        }
     }
 };
 
