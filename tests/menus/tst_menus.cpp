@@ -2,10 +2,10 @@
 // status bar, the theme, notifications, and the stored preferences applied
 // at start.
 
+#include "ChatView.h"
 #include "HighlightTabBar.h"
 #include "MemberListView.h"
 #include "MyTabWidget.h"
-#include "ChatView.h"
 #include "PreferencesDialog.h"
 #include "TestMain.h"
 #include "ThemeManager.h"
@@ -49,8 +49,7 @@ bool paints(QWidget* widget, const QRect& area, const QColor& colour)
 {
     const QImage image = widget->grab(area).toImage().convertToFormat(QImage::Format_RGB32);
     const auto* pixels = reinterpret_cast<const QRgb*>(image.constBits());
-    return std::find(pixels, pixels + image.width() * image.height(), colour.rgb())
-        != pixels + image.width() * image.height();
+    return std::count(pixels, pixels + image.width() * image.height(), colour.rgb()) > 0;
 }
 
 QPoint tabCentre(MainWindow* window, const QString& key)
@@ -90,11 +89,21 @@ private slots:
         QTest::addColumn<QString>("entry");
         QTest::addColumn<QString>("typed"); // into the dialog the entry opens, if any
         QTest::addColumn<QString>("sent");
-        QTest::newRow("channel list") << "Channel List" << "" << "LIST";
-        QTest::newRow("join") << "Join channel..." << "linux" << "JOIN #linux";
-        QTest::newRow("nick") << "Change Nick..." << "newer" << "NICK newer";
-        QTest::newRow("away") << "Marked Away..." << "lunch" << "AWAY :lunch";
-        QTest::newRow("disconnect") << "Disconnect" << "" << "QUIT";
+        QTest::newRow("channel list") << "Channel List"
+                                      << ""
+                                      << "LIST";
+        QTest::newRow("join") << "Join channel..."
+                              << "linux"
+                              << "JOIN #linux";
+        QTest::newRow("nick") << "Change Nick..."
+                              << "newer"
+                              << "NICK newer";
+        QTest::newRow("away") << "Marked Away..."
+                              << "lunch"
+                              << "AWAY :lunch";
+        QTest::newRow("disconnect") << "Disconnect"
+                                    << ""
+                                    << "QUIT";
     }
 
     // With two networks open, an entry reaches the current tab's network only.
@@ -157,12 +166,11 @@ private slots:
         QVERIFY(!none->handled);
         none->cancelled = true;
 
-        onNextMenu("Autojoin on connect");
-        w->onTabContextMenu(tabCentre(w, "#a"));
-        QCOMPARE(w->session()->autojoinChannels(), QStringList { "#a" });
-        onNextMenu("Autojoin on connect"); // now checked: unchecking removes it
-        w->onTabContextMenu(tabCentre(w, "#a"));
-        QVERIFY(w->session()->autojoinChannels().isEmpty());
+        for (const QStringList& autojoin : { QStringList { "#a" }, QStringList() }) { // checks, then unchecks
+            onNextMenu("Autojoin on connect");
+            w->onTabContextMenu(tabCentre(w, "#a"));
+            QCOMPARE(w->session()->autojoinChannels(), autojoin);
+        }
 
         onNextMenu("Close");
         w->onTabContextMenu(tabCentre(w, "#a"));
@@ -180,7 +188,8 @@ private slots:
             const QImage image = w->statusBar()->grab().toImage();
             return image.pixelColor(image.width() / 4, image.height() / 2);
         };
-        const auto red = [](const QColor& c) { return c.hslHue() >= 330 || (c.hslHue() >= 0 && c.hslHue() <= 20); };
+        const auto red
+            = [](const QColor& c) { return c.hslHue() >= 330 || (c.hslHue() >= 0 && c.hslHue() <= 20); };
         const auto green = [](const QColor& c) { return c.hslHue() >= 90 && c.hslHue() <= 160; };
         QCOMPARE(statusText(w), QStringLiteral("Disconnected"));
         QVERIFY(red(shown()));
@@ -267,23 +276,15 @@ private slots:
 
     // A stored colour paints the views; black or unreadable ones count as
     // none and are cleared in the store.
-    void storedColour_data()
-    {
-        QTest::addColumn<QString>("colour");
-        QTest::addColumn<QString>("kept");
-        QTest::newRow("colour") << "#336699" << "#336699";
-        QTest::newRow("black") << "#000000" << "";
-        QTest::newRow("invalid") << "not a colour" << "";
-    }
-
     void storedColour()
     {
-        QFETCH(QString, colour);
-        QFETCH(QString, kept);
-        QSettings().setValue("chatBgColor", colour);
-        newWindow();
-        QCOMPARE(QSettings().value("chatBgColor").toString(), kept);
-        QCOMPARE(viewBackground(w, "Server"), kept.isEmpty() ? QColor(Qt::white) : QColor(kept));
+        for (const auto& [colour, kept] : { std::pair<QString, QString> { "#336699", "#336699" },
+                 { "#000000", "" }, { "not a colour", "" } }) {
+            QSettings().setValue("chatBgColor", colour);
+            newWindow();
+            QCOMPARE(QSettings().value("chatBgColor").toString(), kept);
+            QCOMPARE(viewBackground(w, "Server"), kept.isEmpty() ? QColor(Qt::white) : QColor(kept));
+        }
     }
 };
 

@@ -241,7 +241,8 @@ private slots:
         click(dialog, QDialogButtonBox::Apply);
         QCOMPARE(stored("chatBgColor"), QStringLiteral("#102030"));
 
-        ModalDriver::onModal<QFileDialog>([image](QFileDialog* chooser) { typeIntoFileDialog(chooser, image); });
+        ModalDriver::onModal<QFileDialog>(
+            [image](QFileDialog* chooser) { typeIntoFileDialog(chooser, image); });
         control<QPushButton>(dialog, "Choose Image...")->click();
         click(dialog, QDialogButtonBox::Apply);
         QCOMPARE(stored("chatBgImage"), image);
