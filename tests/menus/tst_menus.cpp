@@ -1,6 +1,5 @@
 // The window's menu bar acting on the current network, the tab menu, the
-// status bar, the theme, notifications, and the stored preferences applied
-// at start.
+// status bar, the theme, and the stored preferences applied at start.
 
 #include "ChatView.h"
 #include "HighlightTabBar.h"
@@ -89,21 +88,14 @@ private slots:
         QTest::addColumn<QString>("entry");
         QTest::addColumn<QString>("typed"); // into the dialog the entry opens, if any
         QTest::addColumn<QString>("sent");
-        QTest::newRow("channel list") << "Channel List"
-                                      << ""
-                                      << "LIST";
-        QTest::newRow("join") << "Join channel..."
-                              << "linux"
-                              << "JOIN #linux";
-        QTest::newRow("nick") << "Change Nick..."
-                              << "newer"
-                              << "NICK newer";
-        QTest::newRow("away") << "Marked Away..."
-                              << "lunch"
-                              << "AWAY :lunch";
-        QTest::newRow("disconnect") << "Disconnect"
-                                    << ""
-                                    << "QUIT";
+        const auto row = [](const char* entry, const char* typed, const char* sent) {
+            QTest::addRow("%s", entry) << QString(entry) << QString(typed) << QString(sent);
+        };
+        row("Channel List", "", "LIST");
+        row("Join channel...", "linux", "JOIN #linux");
+        row("Change Nick...", "newer", "NICK newer");
+        row("Marked Away...", "lunch", "AWAY :lunch");
+        row("Disconnect", "", "QUIT");
     }
 
     // With two networks open, an entry reaches the current tab's network only.
@@ -226,23 +218,6 @@ private slots:
         w->applyTheme("light");
         QCOMPARE(QSettings().value("theme").toString(), QStringLiteral("light"));
         QCOMPARE(viewBackground(w, "#a"), QColor(Qt::white));
-    }
-
-    void notificationsWithoutATray()
-    {
-        if (w->trayIcon)
-            QSKIP("this platform has a system tray");
-        w->show();
-        w->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(w));
-        w->showNotification("#a", "bob: hi"); // active window: dropped
-        QVERIFY(w->statusBar()->currentMessage().isEmpty());
-        QWidget other;
-        other.show();
-        other.activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(&other));
-        w->showNotification("#a", "bob: hi");
-        QCOMPARE(w->statusBar()->currentMessage(), QStringLiteral("#a: bob: hi"));
     }
 
     // At start the window follows the store: the theme, the chat background
