@@ -54,9 +54,6 @@ int blinkTimers(const HighlightTabBar& bar)
     return int(bar.findChildren<QTimer*>(Qt::FindDirectChildrenOnly).size());
 }
 
-const QColor LightHighlight = ThemeManager::tabColours(QStringLiteral("light")).highlight;
-const QColor DarkHighlight = ThemeManager::tabColours(QStringLiteral("dark")).highlight;
-
 // Tabs 2 and 3 share a title so a highlighted title can be compared with the
 // style's own rendering of the same text.
 std::unique_ptr<HighlightTabBar> makeBar()
@@ -368,15 +365,18 @@ private slots:
         QTest::addColumn<QString>("theme");
         QTest::addColumn<QColor>("colour");
         QTest::addColumn<QColor>("otherColour");
-        QTest::addRow("light") << "light" << LightHighlight << DarkHighlight;
-        QTest::addRow("dark") << "dark" << DarkHighlight << LightHighlight;
+        const QColor light = ThemeManager::tabColours("light").highlight;
+        const QColor dark = ThemeManager::tabColours("dark").highlight;
+        QTest::addRow("light") << "light" << light << dark;
+        QTest::addRow("dark") << "dark" << dark << light;
         // Only "dark" takes the dark highlight, made readable on the tabs.
-        QTest::addRow("Dark") << "Dark" << QColor(0xFF, 0xB8, 0x00) << DarkHighlight;
+        QTest::addRow("Dark") << "Dark" << QColor(0xFF, 0xB8, 0x00) << dark;
     }
 
     // In the theme's colour and bold (more ink than the style's own title of
-    // the same text in the same colour), other tabs untouched; a title that
-    // does not fit is cut to its tab, nothing under its close button.
+    // the same text in the same colour), other tabs untouched; blinking on a
+    // timer of its own until unhighlighted (indexes out of range ignored); a
+    // title that does not fit is cut to its tab, nothing under its close button.
     void highlightedTitle()
     {
         QFETCH(QString, theme);
@@ -387,15 +387,32 @@ private slots:
         bar->setTabTextColor(3, colour);
         bar->show();
         QVERIFY(QTest::qWaitForWindowExposed(bar.get()));
-        QCOMPARE(countNear(snapshot(bar.get()), bar->tabRect(2), colour), 0);
+        const int timers = blinkTimers(*bar);
+        for (int index : { -1, bar->count(), std::numeric_limits<int>::min() }) {
+            bar->highlightTab(index);
+            bar->unhighlightTab(index);
+        }
+        QVERIFY(bar->highlights().isEmpty());
+        const auto lit = [&bar, &colour] { return countNear(snapshot(bar.get()), bar->tabRect(2), colour); };
+        QCOMPARE(lit(), 0);
         bar->highlightTab(2);
+        bar->highlightTab(2);
+        QCOMPARE(blinkTimers(*bar), timers + 1);
         const QImage on = snapshot(bar.get());
-        const int bold = countNear(on, bar->tabRect(2), colour);
         const int normal = countNear(on, bar->tabRect(3), colour);
-        QVERIFY2(
-            normal > 20 && bold > normal * 3 / 2, qPrintable(QStringLiteral("%1, %2").arg(bold).arg(normal)));
+        QVERIFY2(normal > 20 && lit() > normal * 3 / 2,
+            qPrintable(QStringLiteral("%1, %2").arg(lit()).arg(normal)));
         QCOMPARE(countNear(on, bar->tabRect(2), otherColour), 0);
         QCOMPARE(countNear(on, bar->tabRect(0), colour) + countNear(on, bar->tabRect(1), colour), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(!bar->highlights().value(2).blinkState, 10000);
+        QCOMPARE(lit(), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(bar->highlights().value(2).blinkState, 10000);
+        QVERIFY(lit() > 20);
+        bar->unhighlightTab(2);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QCOMPARE(blinkTimers(*bar), timers);
+        QTest::qWait(1200); // more than two blink intervals
+        QCOMPARE(lit(), 0);
 
         HighlightTabBar cut;
         cut.setStyleSheet(ThemeManager::tabWidgetStyleSheet(theme));
@@ -415,44 +432,6 @@ private slots:
         QVERIFY(countNear(image, cut.tabRect(0), colour, 8) > 20);
         QCOMPARE(
             countNear(image, close->geometry(), colour, 8) + countNear(image, cut.tabRect(1), colour, 8), 0);
-    }
-
-    // One blink timer per highlighted tab, gone once unhighlighted; indexes
-    // out of range and repeated calls are harmless. The off phase drops the
-    // colour, a theme change shows at the next lit phase, and unhighlighting
-    // drops the colour for good.
-    void blinking()
-    {
-        auto bar = makeBar();
-        bar->show();
-        QVERIFY(QTest::qWaitForWindowExposed(bar.get()));
-        const int timers = blinkTimers(*bar);
-        for (int index : { -1, bar->count(), std::numeric_limits<int>::min() }) {
-            bar->highlightTab(index);
-            bar->unhighlightTab(index);
-        }
-        QVERIFY(bar->highlights().isEmpty());
-        const auto lit = [&bar](const QColor& colour) {
-            return countNear(snapshot(bar.get()), bar->tabRect(1), colour);
-        };
-        bar->highlightTab(1);
-        bar->highlightTab(1);
-        bar->highlightTab(3);
-        QCOMPARE(blinkTimers(*bar), timers + 2);
-        QVERIFY(lit(LightHighlight) > 20);
-        QTRY_VERIFY_WITH_TIMEOUT(!bar->highlights().value(1).blinkState, 10000);
-        QCOMPARE(lit(LightHighlight), 0);
-        bar->setTheme(QStringLiteral("dark"));
-        QTRY_VERIFY_WITH_TIMEOUT(bar->highlights().value(1).blinkState, 10000);
-        QVERIFY(lit(DarkHighlight) > 20);
-        QCOMPARE(lit(LightHighlight), 0);
-        bar->unhighlightTab(1);
-        bar->unhighlightTab(1);
-        QVERIFY(!bar->isHighlighted(1) && bar->isHighlighted(3));
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        QCOMPARE(blinkTimers(*bar), timers + 1);
-        QTest::qWait(1200); // more than two blink intervals
-        QCOMPARE(lit(DarkHighlight), 0);
     }
 };
 

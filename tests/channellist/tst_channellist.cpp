@@ -29,21 +29,6 @@ class TestChannelList : public QObject
     std::unique_ptr<WindowHarness> h;
     MainWindow* w = nullptr;
 
-    // A registered window that asked for the list with "/l" and received three channels.
-    void listThree()
-    {
-        QVERIFY(h->connectAndRegister());
-        w->inputLine->setText("/l");
-        w->onSendInput();
-        QCOMPARE(w->currentTabName, QStringLiteral("List"));
-        QVERIFY(h->peerGot("LIST"));
-        h->serverSays(":irc.test 321 mynick Channel :Users Name\n"
-                      ":irc.test 322 mynick #small 9 :Online games\n"
-                      ":irc.test 322 mynick #Linux 10 :the kernel\n"
-                      ":irc.test 322 mynick #apple 15 :\n"
-                      ":irc.test 323 mynick :End of channel list.");
-    }
-
 private slots:
     void init()
     {
@@ -108,61 +93,47 @@ private slots:
         QVERIFY(!names(&model).contains("#late"));
     }
 
-    void listingFilterRelistAndClose()
+    // The list tab: largest first, a summary, the search field filters; a
+    // double click joins and brings the tab to the front (an open one too);
+    // the menu joins (the tab comes with the server's JOIN) and toggles
+    // autojoin, none on empty space; another listing starts empty and
+    // unsorted; nothing joins while disconnected; closing the tab forgets it
+    // and ignores the rest of the listing.
+    void listTab()
     {
-        listThree();
+        QVERIFY(h->connectAndRegister());
+        w->show();
+        QVERIFY(QTest::qWaitForWindowExposed(w));
+        w->inputLine->setText("/l");
+        w->onSendInput();
+        QVERIFY(h->peerGot("LIST"));
+        h->serverSays(
+            ":irc.test 321 mynick Channel :Users Name\n:irc.test 322 mynick #small 9 :Online games\n"
+            ":irc.test 322 mynick #Linux 10 :the kernel\n:irc.test 322 mynick #apple 15 :\n"
+            ":irc.test 323 mynick :End of channel list.");
         NetworkView* n = w->network();
-        // Largest first, the counts numeric.
+        ChannelListPage* page = n->channelListPage;
+        QCOMPARE(w->currentTabName, QStringLiteral("List"));
         QCOMPARE(names(n->channelListModel), (QStringList { "#apple", "#Linux", "#small" }));
         QCOMPARE(n->listInfoLabel->text(), QStringLiteral("irc.test: 3 channels, 34 users"));
-        QVERIFY(!w->session()->isReceivingList());
-        // The listing's numerics are not echoed into the server tab.
         QVERIFY(!chatRows(n->tabs.value("Server").chatView).join('\n').contains("End of channel list"));
-
         QTest::keyClicks(w->channelSearchEdit, "LIN");
         QCOMPARE(names(n->channelListModel), (QStringList { "#Linux", "#small" }));
         w->channelSearchEdit->clear();
-        QCOMPARE(n->channelListModel->rowCount(), 3);
 
-        // Another listing starts from an empty table, unsorted while it arrives.
-        n->requestChannelList();
-        QCOMPARE(n->channelListModel->rowCount(), 0);
-        h->serverSays(":irc.test 321 mynick Channel :Users Name\n:irc.test 322 mynick #new 3 :fresh");
-        QVERIFY(w->session()->isReceivingList());
-        QVERIFY(!n->channelListWidget->isSortingEnabled());
-        QCOMPARE(names(n->channelListModel), QStringList { "#new" });
-
-        // Closing the tab forgets its widgets; the rest of the listing is ignored.
-        w->closeTab(w->tabWidget->indexOf(n->tabs.value("List").widget));
-        QVERIFY(!n->tabs.contains("List"));
-        QVERIFY(!n->channelListWidget && !n->channelListModel && !n->listInfoLabel);
-        h->serverSays(":irc.test 322 mynick #late 1 :x\n:irc.test 323 mynick :End of channel list.");
-        QVERIFY(!w->session()->isReceivingList());
-    }
-
-    // A double click joins and brings the tab to the front (a tab already
-    // open too); the context menu joins, the tab coming with the server's
-    // JOIN, and toggles autojoin; none on empty space, nothing disconnected.
-    void joiningFromTheList()
-    {
-        listThree();
-        w->show();
-        QVERIFY(QTest::qWaitForWindowExposed(w));
-        ChannelListPage* page = w->network()->channelListPage;
-        const QModelIndex linux = page->model()->index(1, 2);
         for (int i = 0; i < 2; ++i) {
-            w->tabWidget->setCurrentWidget(w->network()->tabs.value("List").widget);
+            w->tabWidget->setCurrentWidget(n->tabs.value("List").widget);
             h->peer->clear();
-            page->onDoubleClicked(linux);
+            page->onDoubleClicked(page->model()->index(1, 2));
             QCOMPARE(w->currentTabName, QStringLiteral("#Linux"));
             QVERIFY(h->peerGot("JOIN #Linux"));
         }
-        w->tabWidget->setCurrentWidget(w->network()->tabs.value("List").widget);
+        w->tabWidget->setCurrentWidget(n->tabs.value("List").widget);
         const QPoint firstRow = page->view()->visualRect(page->model()->index(0, 0)).center();
         onNextMenu("Join #apple");
         page->showContextMenu(firstRow);
         QVERIFY(h->peerGot("JOIN #apple"));
-        QVERIFY(!w->network()->tabs.contains("#apple"));
+        QVERIFY(!n->tabs.contains("#apple"));
         for (const QStringList& autojoin : { QStringList { "#apple" }, QStringList() }) {
             onNextMenu("Autojoin on connect");
             page->showContextMenu(firstRow);
@@ -174,10 +145,17 @@ private slots:
         menu->cancelled = true;
         QVERIFY(!menu->handled);
 
-        w->session()->connection()->disconnectFromServer();
-        QTRY_VERIFY(!w->session()->connection()->isConnected());
+        n->requestChannelList();
+        QCOMPARE(n->channelListModel->rowCount(), 0);
+        h->serverSays(":irc.test 321 mynick Channel :Users Name\n:irc.test 322 mynick #new 3 :fresh");
+        QVERIFY(!n->channelListWidget->isSortingEnabled());
+        QCOMPARE(names(n->channelListModel), QStringList { "#new" });
+        h->peer->close();
+        QTRY_VERIFY(!w->session()->isConnected());
         page->onDoubleClicked(page->model()->index(0, 0));
-        QVERIFY(!w->network()->tabs.contains("#apple"));
+        QVERIFY(!n->tabs.contains("#new"));
+        w->closeTab(w->tabWidget->indexOf(n->tabs.value("List").widget));
+        QVERIFY(!n->tabs.contains("List") && !n->channelListModel && !n->listInfoLabel);
     }
 };
 
