@@ -17,7 +17,6 @@
 #include <QAbstractItemView>
 #include <QCheckBox>
 #include <QComboBox>
-#include <QFontDatabase>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenuBar>
@@ -144,11 +143,6 @@ QStringList unreadable(QWidget* top)
         } else if (auto* label = qobject_cast<QLabel*>(w)) {
             if (!label->text().trimmed().isEmpty())
                 read(label, label->contentsRect(), label->text().left(40));
-            // A family asked for by name must be one the machine has.
-            const QFont font = label->font();
-            if ((font.resolveMask() & (QFont::FamilyResolved | QFont::FamiliesResolved))
-                && !QFontDatabase::families().contains(font.family()))
-                note(QStringLiteral("\"%1\" in a missing font, %2").arg(label->text(), font.family()), 1);
         } else if (auto* check = qobject_cast<QCheckBox*>(w)) {
             const int indicator = check->style()->pixelMetric(QStyle::PM_IndicatorWidth, nullptr, check) + 4;
             read(check, check->rect().adjusted(indicator, 0, 0, 0), check->text());
@@ -334,28 +328,6 @@ private slots:
         });
         QVERIFY(windows >= 14);
         QVERIFY2(below.isEmpty(), qPrintable(below.join('\n')));
-    }
-
-    // Emoji are drawn in colour, on the input line's button and in the picker.
-    void emojiInColour()
-    {
-        const auto colourful = [](QWidget* w) {
-            const QImage image = snapshot(w);
-            int n = 0;
-            for (int y = 0; y < image.height(); ++y) {
-                for (int x = 0; x < image.width(); ++x) {
-                    const QColor c = image.pixelColor(x, y);
-                    n += c.alpha() > 128 && c.hsvSaturation() > 100 && c.value() > 100;
-                }
-            }
-            return n > 20;
-        };
-        WindowHarness h;
-        QVERIFY(colourful(h.window->emojiButton));
-        EmojiPicker picker(nullptr, QStringLiteral("light"));
-        picker.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&picker));
-        QVERIFY(colourful(picker.findChildren<QPushButton*>().constFirst()));
     }
 
     // ---- HighlightTabBar ----

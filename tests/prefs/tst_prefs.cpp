@@ -224,9 +224,8 @@ private slots:
         QCOMPARE(stored("emojiSize"), QStringLiteral("48"));
     }
 
-    // Cancelled choosers change nothing (the colour chooser starts from the
-    // current colour); an image drops the colour, a colour the image, Reset
-    // both; the folder chooser fills the log path.
+    // An image drops the colour, a colour the image (a cancelled chooser
+    // changes nothing), Reset both; the folder chooser fills the log path.
     void choosers()
     {
         QTemporaryDir dir;
@@ -239,33 +238,23 @@ private slots:
         PreferencesDialog* dialog = window.open();
         const auto saved = [dialog] {
             click(dialog, QDialogButtonBox::Apply);
-            return QStringList { stored("chatBgImage"), stored("chatBgColor"), stored("logPath") };
+            return QStringList { stored("chatBgImage"), stored("chatBgColor") };
         };
-        choose<QColorDialog>(dialog, "Solid Color...", [](QColorDialog* chooser) {
-            QCOMPARE(chooser->currentColor(), QColor("#102030"));
-            chooser->reject();
-        });
-        choose<QFileDialog>(dialog, "Choose Image...", [](QFileDialog* chooser) { chooser->reject(); });
-        choose<QFileDialog>(dialog, "...", [](QFileDialog* chooser) { chooser->reject(); });
-        QCOMPARE(saved(), (QStringList { "", "#102030", "" }));
-
         choose<QFileDialog>(
             dialog, "Choose Image...", [image](QFileDialog* c) { typeIntoFileDialog(c, image); });
-        choose<QFileDialog>(dialog, "...", [&dir](QFileDialog* chooser) {
-            QCOMPARE(chooser->fileMode(), QFileDialog::Directory);
-            typeIntoFileDialog(chooser, dir.path());
-        });
-        const QStringList withImage = saved();
-        QCOMPARE(withImage.mid(0, 2), (QStringList { image, "" }));
-        QCOMPARE(QDir(withImage.at(2)), QDir(dir.path()));
+        choose<QColorDialog>(dialog, "Solid Color...", [](QColorDialog* chooser) { chooser->reject(); });
+        choose<QFileDialog>(
+            dialog, "...", [&dir](QFileDialog* chooser) { typeIntoFileDialog(chooser, dir.path()); });
+        QCOMPARE(saved(), (QStringList { image, "" }));
+        QCOMPARE(QDir(stored("logPath")), QDir(dir.path()));
         choose<QColorDialog>(dialog, "Solid Color...", [](QColorDialog* chooser) {
             chooser->setCurrentColor(QColor("#336699"));
             chooser->accept();
         });
-        QCOMPARE(saved().mid(0, 2), (QStringList { "", "#336699" }));
+        QCOMPARE(saved(), (QStringList { "", "#336699" }));
         QCOMPARE(window.main->prefs.chatBgColor, QColor("#336699"));
         control<QPushButton>(dialog, "Reset")->click();
-        QCOMPARE(saved().mid(0, 2), (QStringList { "", "" }));
+        QCOMPARE(saved(), (QStringList { "", "" }));
     }
 
     // A font taken from the chooser is only applied and saved by the next
@@ -273,24 +262,16 @@ private slots:
     void fontPickedThenCancelIsSavedByNextApply()
     {
         Window window;
-        const QString family = QFontDatabase::families().value(0);
-        window.main->prefs.chatFont = QFont(family, 11);
-        PreferencesDialog* first = window.open();
-        choose<QFontDialog>(first, "Chat font:", [family](QFontDialog* chooser) {
-            chooser->setCurrentFont(QFont(family, 30));
-            chooser->reject();
-        });
-        QVERIFY(!window.main->prefs.chatFontChosen);
         QFont offered;
-        choose<QFontDialog>(first, "Chat font:", [&offered, family](QFontDialog* chooser) {
-            chooser->setCurrentFont(QFont(family, 17));
+        PreferencesDialog* first = window.open();
+        choose<QFontDialog>(first, "Chat font:", [&offered](QFontDialog* chooser) {
+            chooser->setCurrentFont(QFont(QFontDatabase::families().value(0), 17));
             offered = chooser->currentFont();
             chooser->accept();
         });
         QVERIFY(window.main->inputLine->font().toString() != offered.toString());
         QVERIFY(closeWith(first, QDialogButtonBox::Cancel));
         QVERIFY(QSettings().allKeys().isEmpty());
-
         click(window.open(), QDialogButtonBox::Apply);
         QCOMPARE(stored("chatFont"), offered.toString());
         // Applied now: every chat view shows it, and the input line its family.

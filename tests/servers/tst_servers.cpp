@@ -267,20 +267,6 @@ private slots:
         QCOMPARE(ServerStore::loadFavorites(), (QSet<QString> { "gone.example_1", OftcId }));
     }
 
-    // The row's menu toggles the favourite.
-    void contextMenu()
-    {
-        ConnectDialog dialog;
-        dialog.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&dialog));
-        QListWidgetItem* item = listOf(dialog)->findItems(Oftc, Qt::MatchExactly).value(0);
-        listOf(dialog)->scrollToItem(item);
-        auto menu = onMenu(QStringLiteral("Add to Favorites"), std::make_shared<QStringList>());
-        dialog.showServerContextMenu(listOf(dialog)->visualItemRect(item).center());
-        QVERIFY(menu->handled);
-        QCOMPARE(ServerStore::loadFavorites(), QSet<QString> { OftcId });
-    }
-
     // Edited in place a favourite stays one and loses TLS (the edit dialog
     // carries no TLS flag); edited to another address it is a new entry, no
     // favourite, and the default comes back on the next load.
