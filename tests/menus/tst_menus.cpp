@@ -1,5 +1,5 @@
 // The window's menu bar acting on the current network, the tab menu, the
-// status bar, the theme, and the stored preferences applied at start.
+// theme, and the stored preferences applied at start.
 
 #include "ChatView.h"
 #include "HighlightTabBar.h"
@@ -9,13 +9,9 @@
 #include "ThemeManager.h"
 #include "WindowHarness.h"
 
-#include <QAction>
-#include <QImage>
-#include <QLabel>
 #include <QLineEdit>
 #include <QMenuBar>
 #include <QSettings>
-#include <QStatusBar>
 #include <QTemporaryDir>
 
 namespace {
@@ -30,11 +26,6 @@ QAction* entry(MainWindow* window, const QString& text)
         }
     }
     qFatal("no menu entry %s", qPrintable(text));
-}
-
-QString statusText(MainWindow* window)
-{
-    return window->statusBar()->findChild<QLabel*>(QStringLiteral("connectionStatus"))->text();
 }
 
 QColor viewBackground(MainWindow* window, const QString& tab)
@@ -157,30 +148,6 @@ private slots:
         onNextMenu("Close");
         w->onTabContextMenu(at("bob"));
         QCOMPARE(w->tabWidget->count(), 1);
-    }
-
-    void statusBarFollowsTheConnection()
-    {
-        // The bar as shown: its hue (red about 355, green about 135) and how light it is.
-        const auto shown = [this] {
-            const QImage image = w->statusBar()->grab().toImage();
-            return image.pixelColor(image.width() / 4, image.height() / 2);
-        };
-        const auto red
-            = [](const QColor& c) { return c.hslHue() >= 330 || (c.hslHue() >= 0 && c.hslHue() <= 20); };
-        const auto green = [](const QColor& c) { return c.hslHue() >= 90 && c.hslHue() <= 160; };
-        QCOMPARE(statusText(w), QStringLiteral("Disconnected"));
-        QVERIFY(red(shown()));
-        QVERIFY(h->connectAndRegister("mynick"));
-        QCOMPARE(statusText(w), QStringLiteral("Connected to 127.0.0.1 as mynick"));
-        QVERIFY(green(shown()) && shown().lightnessF() > 0.5);
-        h->serverSays(":mynick!u@h NICK :other"); // the own nick confirmed shows at once
-        QCOMPARE(statusText(w), QStringLiteral("Connected to 127.0.0.1 as other"));
-        w->applyTheme("dark"); // the connection colours, in the dark shade
-        QVERIFY(green(shown()) && shown().lightnessF() < 0.5);
-        h->peer->close();
-        QTRY_COMPARE(statusText(w), QStringLiteral("Disconnected"));
-        QVERIFY(red(shown()) && shown().lightnessF() < 0.5);
     }
 
     // The theme is stored and reaches every view, tabs opened later and the
