@@ -16,18 +16,6 @@
 
 #include <algorithm>
 
-using IrcText::LinkSegment;
-
-Q_DECLARE_METATYPE(IrcText::LinkSegment)
-
-namespace IrcText {
-// Readable QCOMPARE failures for lists of links.
-char* toString(const LinkSegment& s)
-{
-    return QTest::toString(QStringLiteral("[%1,%2) %3 '%4'").arg(s.start).arg(s.end).arg(s.href, s.displayText));
-}
-} // namespace IrcText
-
 namespace {
 
 QString ctl(char16_t code)
@@ -50,12 +38,11 @@ struct TextRow
     QString expected;
 };
 
-void addTextRows(std::initializer_list<TextRow> rows)
+// Rows of text_data() for one function.
+void addTextRows(const char* function, std::initializer_list<TextRow> rows)
 {
-    QTest::addColumn<QString>("input");
-    QTest::addColumn<QString>("expected");
     for (const TextRow& row : rows)
-        QTest::newRow(row.name) << row.input << row.expected;
+        QTest::addRow("%s: %s", function, row.name) << QString(function) << row.input << row.expected;
 }
 
 // Every text fragment of the document with its format, in order.
@@ -90,6 +77,63 @@ void renderRow(QTextDocument& doc, const QString& text)
 {
     QTextCursor cursor(&doc);
     IrcText::insertMessageWithLinks(cursor, text, QTextCharFormat());
+}
+
+// What `function` makes of input, as one string:
+//  html:     ircToHtml();
+//  linkify:  linkifyHtml();
+//  runs:     formatMessage(): the text shown, then each formatted run as
+//            "start+length" with b, i, u, s, m (monospace), fg, bg;
+//  segments: linkSegments(), each as "start-end href";
+//  topic:    the topic bar's document (ircTopicToHtml), row: a chat row's
+//            (insertMessageWithLinks): the text shown where it differs from
+//            the input, then the link targets, and what must never be there
+//            (more than one block, bold, an image).
+QString describe(const QString& function, const QString& input)
+{
+    QStringList shown;
+    if (function == "html")
+        return IrcText::ircToHtml(input);
+    if (function == "linkify")
+        return IrcText::linkifyHtml(input);
+    if (function == "runs") {
+        const IrcText::FormattedText formatted = IrcText::formatMessage(input);
+        shown << formatted.text;
+        for (const QTextLayout::FormatRange& r : formatted.formats) {
+            const QTextCharFormat& f = r.format;
+            QString run = QString::number(r.start) + "+" + QString::number(r.length);
+            const QList<std::pair<bool, QString>> flags { { f.fontWeight() == QFont::Bold, " b" },
+                { f.fontItalic(), " i" }, { f.fontUnderline(), " u" }, { f.fontStrikeOut(), " s" },
+                { f.hasProperty(QTextFormat::FontFamilies), " m" },
+                { f.hasProperty(QTextFormat::ForegroundBrush), " fg" + f.foreground().color().name() },
+                { f.hasProperty(QTextFormat::BackgroundBrush), " bg" + f.background().color().name() } };
+            for (const auto& [on, name] : flags)
+                run += on ? name : QString();
+            shown << run;
+        }
+        if (IrcText::stripFormatting(input) != formatted.text)
+            shown << "stripFormatting differs";
+        return shown.join(" | ");
+    }
+    if (function == "segments") {
+        for (const IrcText::LinkSegment& s : IrcText::linkSegments(input))
+            shown << QString::number(s.start) + "-" + QString::number(s.end) + " " + s.href
+                    + (s.displayText == input.mid(s.start, s.end - s.start) ? "" : " (shown otherwise)");
+        return shown.join(" | ");
+    }
+    QTextDocument doc;
+    if (function == "topic")
+        doc.setHtml(IrcText::ircTopicToHtml(input));
+    else
+        renderRow(doc, input);
+    if (doc.toPlainText() != input)
+        shown << "shown " + doc.toPlainText();
+    shown << anchorTargets(doc);
+    for (const auto& [fragment, format] : fragments(doc))
+        shown << (format.fontWeight() == QFont::Normal ? QString() : "bold " + fragment);
+    shown << (doc.blockCount() == 1 ? QString() : "blocks") << (doc.toHtml().contains("<img") ? "img" : QString());
+    shown.removeAll(QString());
+    return shown.join(" | ");
 }
 
 QStringList randomNames(quint32 seed, int count)
@@ -132,14 +176,17 @@ private slots:
             QCOMPARE(IrcText::nickColor(nick).name(), colour);
     }
 
-    // ---- IRC formatting to HTML ---------------------------------------
-    void ircToHtml_data()
+    // IRC formatting, links and hostile text, function by function (see describe()).
+    void text_data()
     {
+        QTest::addColumn<QString>("function");
+        QTest::addColumn<QString>("input");
+        QTest::addColumn<QString>("expected");
         const QString red = QStringLiteral("color:#ff0000;");
         const auto onSame = [](const char* fg, const char* bg) {
             return span(QStringLiteral("color:%1;background-color:%2;").arg(fg, bg), "x");
         };
-        addTextRows({
+        addTextRows("html", {
             { "empty", "", "" },
             { "bold toggles", B + "bold" + B + " x", "<b>bold</b> x" },
             { "italic and underline toggle", I + "i" + I + U + "u" + U, "<i>i</i><u>u</u>" },
@@ -182,20 +229,7 @@ private slots:
             { "other controls shown, breaks as spaces", "a" + ctl(0x01) + ctl(0x7F) + "\n" + ctl(0x00),
                 "a\u2401\u2421 \u2400" },
         });
-    }
-
-    void ircToHtml()
-    {
-        QFETCH(QString, input);
-        QFETCH(QString, expected);
-        QCOMPARE(IrcText::ircToHtml(input), expected);
-    }
-
-    // Chat rows: the text shown and its formatted runs ("start+length" and
-    // b, i, u, s, m (monospace), fg, bg).
-    void formatMessage_data()
-    {
-        addTextRows({
+        addTextRows("runs", {
             { "plain", "hello", "hello" },
             { "colour", C + "04red" + C + " x", "red x | 0+3 fg#ff0000" },
             { "bold, italic", B + "bold" + B + " " + I + "it" + I, "bold it | 0+4 b | 5+2 i" },
@@ -209,37 +243,8 @@ private slots:
                 "a\u2400b\u2407c\u2421" },
             { "breaks and tabs", "a\tb\nc\u2029d", "a b c d" },
         });
-    }
-
-    void formatMessage()
-    {
-        QFETCH(QString, input);
-        QFETCH(QString, expected);
-        const IrcText::FormattedText formatted = IrcText::formatMessage(input);
-        QStringList shown { formatted.text };
-        for (const QTextLayout::FormatRange& r : formatted.formats) {
-            QString run = QStringLiteral("%1+%2").arg(r.start).arg(r.length);
-            const QTextCharFormat& f = r.format;
-            const QList<std::pair<bool, const char*>> flags { { f.fontWeight() == QFont::Bold, "b" },
-                { f.fontItalic(), "i" }, { f.fontUnderline(), "u" }, { f.fontStrikeOut(), "s" },
-                { f.hasProperty(QTextFormat::FontFamilies), "m" } };
-            for (const auto& [on, name] : flags)
-                run += on ? QLatin1Char(' ') + QLatin1String(name) : QString();
-            if (f.hasProperty(QTextFormat::ForegroundBrush))
-                run += " fg" + f.foreground().color().name();
-            if (f.hasProperty(QTextFormat::BackgroundBrush))
-                run += " bg" + f.background().color().name();
-            shown << run;
-        }
-        QCOMPARE(shown.join(" | "), expected);
-        QCOMPARE(IrcText::stripFormatting(input), formatted.text);
-    }
-
-    // ---- links in topic HTML ------------------------------------------
-    void linkifyHtml_data()
-    {
         const auto a = [](const QString& href) { return "<a href=\"" + href + "\">" + href + "</a>"; };
-        addTextRows({
+        addTextRows("linkify", {
             { "web address", "see http://a.com now", "see " + a("http://a.com") + " now" },
             { "e-mail without mailto", "mail bob@example.org.", "mail " + a("bob@example.org") + "." },
             { "two links", "https://x.org/p?q=1 x@y.de", a("https://x.org/p?q=1") + " " + a("x@y.de") },
@@ -262,84 +267,53 @@ private slots:
             { "not addresses: upper case, javascript, ftp", "HTTP://A.COM javascript:alert(1) ftp://a.com",
                 "HTTP://A.COM javascript:alert(1) ftp://a.com" },
         });
+        // The topic bar shows the text as typed, with only web or mail targets.
+        addTextRows("topic", {
+            { "image", "\"><img src=x onerror=alert(1)>", "" },
+            { "anchor", "<a href=\"javascript:alert(1)\">click</a>", "" },
+            { "entities", "&lt;b&gt; &amp; &#60;", "" },
+            { "placeholders", "%1 %2 %3 %99", "" },
+            { "long", QString(10000, QLatin1Char('<')), "" },
+            { "javascript around an address", "javascript:alert('http://e.vil/') x", "http://e.vil/')" },
+            { "quote breakout", "http://a.com/\"><img src=x onerror=y>", "http://a.com/\"><img" },
+            { "e-mail", "ops: root@example.com", "root@example.com" },
+            { "escaped once", "Rules: http://r.org/?a=1&b=2 <be nice>", "http://r.org/?a=1&b=2" },
+            { "address in angle brackets", "<http://a.com>", "http://a.com>" },
+        });
+        // Links in chat rows: web addresses up to white space, then e-mail
+        // addresses that overlap none, with "mailto:".
+        addTextRows("segments", {
+            { "web address", "a http://x.com/path b", "2-19 http://x.com/path" },
+            { "e-mail gets mailto", "mail bob@example.org!", "5-20 mailto:bob@example.org" },
+            { "web address wins over an overlapping e-mail", "bob@example.org and http://site.com/u/alice@example.net/x",
+                "0-15 mailto:bob@example.org | 20-57 http://site.com/u/alice@example.net/x" },
+            { "sorted by start", "http://a.b x@y.zz https://c.d", "0-10 http://a.b | 11-17 mailto:x@y.zz | 18-29 https://c.d" },
+            { "mailto text keeps one prefix in the target", "mailto:bob@x.org", "7-16 mailto:bob@x.org" },
+            { "address runs to white space", "(http://a.b/c), next", "1-15 http://a.b/c)," },
+            { "javascript around an address", "javascript:window.open('http://e.vil')", "24-38 http://e.vil')" },
+            { "nothing linkable",
+                "javascript:alert(1) ftp://a.com file:///etc data:text/html,x HTTP://A.COM http:// www.a.com user@host", "" },
+        });
+        // A chat row stays one row of plain text, whatever it holds.
+        addTextRows("row", {
+            { "html", "<b>x</b> <a href='javascript:alert(1)'>y</a>", "" },
+            { "placeholders", "%1 %2 %L1 %%1", "" },
+            { "formatting codes kept", B + "b" + C + "4,5c" + ctl(0x01) + ctl(0x0F) + ctl(0x00), "" },
+            { "line breaks and frame markers do not split the row", "a\nb\r\nc\rd\u2029e\u2028f\tg\uFDD0h\uFDD1i\uFFFCj",
+                "shown a b  c d e f g h i j" },
+            { "frame marker inside an address", "http://a\uFDD0b", "shown http://a b | http://a\uFDD0b" },
+            { "address before a line break", "http://a.b\nnext", "shown http://a.b next | http://a.b" },
+            { "lone surrogates", QString(QChar(0xD800)) + " http://a.b " + QChar(0xDC00) + " x@y.zz",
+                "http://a.b | mailto:x@y.zz" },
+            { "html in an address", "http://a.b/<img>\"'", "http://a.b/<img>\"'" },
+        });
     }
 
-    void linkifyHtml()
+    void text()
     {
+        QFETCH(QString, function);
         QFETCH(QString, input);
-        QFETCH(QString, expected);
-        QCOMPARE(IrcText::linkifyHtml(input), expected);
-    }
-
-    // What the topic bar shows: the text as typed, only web or mail targets.
-    void topicsRenderAsText_data()
-    {
-        QTest::addColumn<QString>("topic");
-        QTest::addColumn<QStringList>("hrefs");
-        QTest::newRow("image") << "\"><img src=x onerror=alert(1)>" << QStringList();
-        QTest::newRow("anchor") << "<a href=\"javascript:alert(1)\">click</a>" << QStringList();
-        QTest::newRow("entities") << "&lt;b&gt; &amp; &#60;" << QStringList();
-        QTest::newRow("placeholders") << "%1 %2 %3 %99" << QStringList();
-        QTest::newRow("long") << QString(10000, QLatin1Char('<')) << QStringList();
-        QTest::newRow("javascript around an address")
-            << "javascript:alert('http://e.vil/') x" << QStringList { "http://e.vil/')" };
-        QTest::newRow("quote breakout")
-            << "http://a.com/\"><img src=x onerror=y>" << QStringList { "http://a.com/\"><img" };
-        QTest::newRow("e-mail") << "ops: root@example.com" << QStringList { "root@example.com" };
-        QTest::newRow("escaped once") << "Rules: http://r.org/?a=1&b=2 <be nice>"
-                                      << QStringList { "http://r.org/?a=1&b=2" };
-        QTest::newRow("address in angle brackets") << "<http://a.com>" << QStringList { "http://a.com>" };
-    }
-
-    void topicsRenderAsText()
-    {
-        QFETCH(QString, topic);
-        QFETCH(QStringList, hrefs);
-        QTextDocument doc;
-        doc.setHtml(IrcText::ircTopicToHtml(topic));
-        QCOMPARE(doc.toPlainText(), topic);
-        QCOMPARE(anchorTargets(doc), hrefs);
-        QVERIFY(!doc.toHtml().contains(QLatin1String("<img")));
-    }
-
-    // ---- links in chat rows -------------------------------------------
-    void linkSegments_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QList<LinkSegment>>("segments");
-        const auto web = [](int start, const QString& url) {
-            return LinkSegment { start, start + int(url.size()), url, url };
-        };
-        const auto mail = [](int start, const QString& to) {
-            return LinkSegment { start, start + int(to.size()), "mailto:" + to, to };
-        };
-        using Links = QList<LinkSegment>;
-        QTest::newRow("web address") << "a http://x.com/path b" << Links { web(2, "http://x.com/path") };
-        QTest::newRow("e-mail gets mailto")
-            << "mail bob@example.org!" << Links { mail(5, "bob@example.org") };
-        QTest::newRow("web address wins over an overlapping e-mail")
-            << "bob@example.org and http://site.com/u/alice@example.net/x"
-            << Links { mail(0, "bob@example.org"), web(20, "http://site.com/u/alice@example.net/x") };
-        QTest::newRow("sorted by start")
-            << "http://a.b x@y.zz https://c.d"
-            << Links { web(0, "http://a.b"), mail(11, "x@y.zz"), web(18, "https://c.d") };
-        QTest::newRow("mailto text keeps one prefix in the target")
-            << "mailto:bob@x.org" << Links { mail(7, "bob@x.org") };
-        QTest::newRow("address runs to white space")
-            << "(http://a.b/c), next" << Links { web(1, "http://a.b/c),") };
-        QTest::newRow("javascript around an address")
-            << "javascript:window.open('http://e.vil')" << Links { web(24, "http://e.vil')") };
-        QTest::newRow("nothing linkable")
-            << "javascript:alert(1) ftp://a.com file:///etc data:text/html,x HTTP://A.COM http:// www.a.com "
-               "user@host"
-            << Links();
-    }
-
-    void linkSegments()
-    {
-        QFETCH(QString, text);
-        QFETCH(QList<LinkSegment>, segments);
-        QCOMPARE(IrcText::linkSegments(text), segments);
+        QTEST(describe(function, input), "expected");
     }
 
     // Links keep the row's format and add their colour, underline and target;
@@ -362,46 +336,10 @@ private slots:
                 "bob@x.org|mailto:bob@x.org|#007aff u b", "!||#888888 b", "|||#000000" }));
     }
 
-    void hostileMessagesStayText_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("shown"); // null: shown exactly as sent
-        QTest::addColumn<QStringList>("hrefs");
-        QTest::newRow("html") << "<b>x</b> <a href='javascript:alert(1)'>y</a>" << QString() << QStringList();
-        QTest::newRow("placeholders") << "%1 %2 %L1 %%1" << QString() << QStringList();
-        QTest::newRow("formatting codes kept")
-            << B + "b" + C + "4,5c" + ctl(0x01) + ctl(0x0F) + ctl(0x00) << QString() << QStringList();
-        QTest::newRow("line breaks and frame markers do not split the row")
-            << "a\nb\r\nc\rd\u2029e\u2028f\tg\uFDD0h\uFDD1i\uFFFCj" << "a b  c d e f g h i j"
-            << QStringList();
-        QTest::newRow("frame marker inside an address")
-            << "http://a\uFDD0b" << "http://a b" << QStringList { "http://a\uFDD0b" };
-        QTest::newRow("address before a line break")
-            << "http://a.b\nnext" << "http://a.b next" << QStringList { "http://a.b" };
-        QTest::newRow("lone surrogates")
-            << QString(QChar(0xD800)) + " http://a.b " + QChar(0xDC00) + " x@y.zz" << QString()
-            << QStringList { "http://a.b", "mailto:x@y.zz" };
-        QTest::newRow("html in an address")
-            << "http://a.b/<img>\"'" << QString() << QStringList { "http://a.b/<img>\"'" };
-    }
-
-    void hostileMessagesStayText()
-    {
-        QFETCH(QString, text);
-        QFETCH(QString, shown);
-        QFETCH(QStringList, hrefs);
-        QTextDocument doc;
-        renderRow(doc, text);
-        QCOMPARE(doc.blockCount(), 1);
-        QCOMPARE(doc.begin().text(), shown.isNull() ? text : shown);
-        QCOMPARE(anchorTargets(doc), hrefs);
-        for (const auto& [fragment, format] : fragments(doc))
-            QCOMPARE(format.fontWeight(), int(QFont::Normal));
-    }
-
     // Huge or pathological messages: one row, only allowed targets, and no
     // pathological slowdown (seconds per message; the bound is generous).
-    void hugeMessagesRenderAsOneRow()
+    // Random text never gets any other target.
+    void hugeAndRandomMessages()
     {
         const QList<std::pair<QString, int>> cases { { "http://" + QString(10000, QLatin1Char('a')), 1 },
             { QStringLiteral("a.").repeated(2500) + "@" + QStringLiteral("b.").repeated(2500), 0 },
@@ -411,8 +349,7 @@ private slots:
             timer.start();
             QTextDocument doc;
             renderRow(doc, text);
-            QCOMPARE(doc.blockCount(), 1);
-            QCOMPARE(doc.toPlainText(), text);
+            QVERIFY(doc.blockCount() == 1 && doc.toPlainText() == text);
             const QStringList hrefs = anchorTargets(doc);
             QCOMPARE(hrefs.size(), links);
             QVERIFY(std::all_of(hrefs.cbegin(), hrefs.cend(), isAllowedTarget));
@@ -421,13 +358,9 @@ private slots:
             QCOMPARE(topic.toPlainText(), text);
             QVERIFY2(timer.elapsed() < 10000, qPrintable(QString::number(timer.elapsed())));
         }
-    }
-
-    void onlyWebAndMailTargetsOnRandomText()
-    {
         QRandomGenerator rng(20261122);
-        const QStringList pieces = { "http://", "https://", "javascript:", "mailto:", "@", ".", "com", "a",
-            "B", " ", "<", ">", "\"", "&", "'", ":", "/", "data:", "\n", "%1", "www." };
+        const QStringList pieces = { "http://", "https://", "javascript:", "mailto:", "@", ".", "com", "a", "B", " ",
+            "<", ">", "\"", "&", "'", ":", "/", "data:", "\n", "%1", "www." };
         for (int round = 0; round < 300; ++round) {
             QString text;
             for (int i = 1 + rng.bounded(30); i > 0; --i)
@@ -437,13 +370,10 @@ private slots:
             QCOMPARE(doc.blockCount(), 1);
             for (const QString& href : anchorTargets(doc))
                 QVERIFY2(isAllowedTarget(href), qPrintable(text));
-            for (const LinkSegment& s : IrcText::linkSegments(text)) {
-                QVERIFY2(isAllowedTarget(s.href), qPrintable(text));
-                QCOMPARE(text.mid(s.start, s.end - s.start), s.displayText);
-            }
+            for (const IrcText::LinkSegment& s : IrcText::linkSegments(text))
+                QVERIFY2(isAllowedTarget(s.href) && text.mid(s.start, s.end - s.start) == s.displayText, qPrintable(text));
         }
     }
-
 
     // ---- member list --------------------------------------------------
     void modeSymbols()
