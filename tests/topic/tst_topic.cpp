@@ -85,12 +85,9 @@ private slots:
         };
         for (const Case& c : cases)
             QVERIFY2(EmojiPicker::placement(c.button, c.popup, c.available) == c.expected, c.name);
-        for (int x : { 0, 3, 200, 700, 1300, 1890, 1919 }) {
-            for (int y : { 0, 2, 300, 800, 1050, 1079 }) {
-                const QRect at(EmojiPicker::placement(QRect(x, y, 30, 30), popup, screen), popup);
-                QVERIFY2(screen.contains(at), qPrintable(QStringLiteral("button at %1,%2").arg(x).arg(y)));
-            }
-        }
+        for (int x : { 0, 3, 200, 700, 1300, 1890, 1919 })
+            for (int y : { 0, 2, 300, 800, 1050, 1079 })
+                QVERIFY(screen.contains(QRect(EmojiPicker::placement(QRect(x, y, 30, 30), popup, screen), popup)));
 
         // placeBeside() places by the popup's size hint (it is not shown yet).
         QWidget window;
@@ -145,8 +142,7 @@ private slots:
             QKeySequence keys;
             int start, end;
             QString expected;
-            int cursor; // -1: the dialog closes with `result`
-            int result;
+            int cursor, result; // cursor -1: the dialog closes with `result`
         };
         const QString text = QStringLiteral("a word here");
         const Case cases[] {
@@ -176,14 +172,12 @@ private slots:
             else
                 QTest::keySequence(e.field, c.keys);
             QVERIFY2(QTest::qWaitFor([&] { return e.field->toPlainText() == c.expected; }, 5000), qPrintable(name));
-            if (c.cursor >= 0) {
-                QVERIFY2(e.field->textCursor().position() == c.cursor && !e.field->textCursor().hasSelection(),
-                    qPrintable(name));
-                QVERIFY(finished.isEmpty());
-            } else {
-                QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 5000);
-                QCOMPARE(finished.at(0).at(0).toInt(), c.result);
-            }
+            if (c.cursor >= 0)
+                QVERIFY2(e.field->textCursor().position() == c.cursor && !e.field->textCursor().hasSelection()
+                        && finished.isEmpty(), qPrintable(name));
+            else
+                QVERIFY2(QTest::qWaitFor([&] { return finished.size() == 1; }, 5000)
+                        && finished.at(0).at(0).toInt() == c.result, qPrintable(name));
         }
     }
 
@@ -204,34 +198,22 @@ private slots:
         QCOMPARE(EditTopicDialog::colorInsertion(12, true, "%1hi"), C + "0,12%1hi" + C);
 
         // Through the colour dialog, which starts at white.
-        struct Case
-        {
-            const char* tool;
-            QColor pick; // invalid: cancelled
-            int start, end;
-            QString expected;
-        };
-        const Case cases[] { { "Text Color", QColor(255, 0, 0), 2, 6, "a " + C + "4word" + C + " here" },
-            { "Background Color", QColor(0xFF, 0xFF, 0x40), 2, 2, "a " + C + "1,8" + C + "word here" },
-            { "Text Color", QColor(), 2, 6, "a word here" } };
-        for (const Case& c : cases) {
+        const QList<std::tuple<QString, QColor, int, QString>> cases { // the tool, the pick (invalid: cancel), the cursor
+            { "Text Color", QColor(255, 0, 0), 6, "a " + C + "4word" + C + " here" },
+            { "Background Color", QColor(0xFF, 0xFF, 0x40), 2, "a " + C + "1,8" + C + "word here" },
+            { "Text Color", QColor(), 6, "a word here" } };
+        for (const auto& [tool, pick, end, expected] : cases) {
             Editor e(QStringLiteral("a word here"));
-            e.select(c.start, c.end);
+            e.select(2, end);
             QColor initial;
-            const auto seen = ModalDriver::onModal<QColorDialog>([&](QColorDialog* dialog) {
+            const auto seen = ModalDriver::onModal<QColorDialog>([&, pick = pick](QColorDialog* dialog) {
                 initial = dialog->currentColor();
-                if (c.pick.isValid()) {
-                    dialog->setCurrentColor(c.pick);
-                    dialog->accept();
-                } else {
-                    dialog->reject();
-                }
+                dialog->setCurrentColor(pick);
+                pick.isValid() ? dialog->accept() : dialog->reject();
             });
-            e.tool(c.tool)->trigger();
-            QVERIFY(seen->handled);
-            QCOMPARE(seen->title, QStringLiteral("Choose ") + c.tool);
-            QCOMPARE(initial, QColor(Qt::white));
-            QCOMPARE(e.field->toPlainText(), c.expected);
+            e.tool(tool)->trigger();
+            QVERIFY(seen->handled && seen->title == "Choose " + tool && initial == QColor(Qt::white));
+            QCOMPARE(e.field->toPlainText(), expected);
         }
     }
 
