@@ -2,7 +2,7 @@
 // drafts, rows, mentions, the member list, the input line and its commands.
 // Flows a real server shows are checked in tests/e2e/client.
 
-#include "ChatView.h"
+#include "ChatRows.h"
 #include "HighlightTabBar.h"
 #include "IrcText.h"
 #include "MemberListView.h"
@@ -60,7 +60,7 @@ private:
         w->onSendInput();
     }
     ChatView* view(const QString& tab) const { return w->network()->tabs.value(tab).chatView; }
-    QString lastRow(const QString& tab) const { return view(tab)->rowText(view(tab)->rowCount() - 1); }
+    QString lastRow(const QString& tab) const { return lastChatRow(view(tab)); }
     // The format of the last row's timestamp (column 0), nick (1) or message (2).
     QTextCharFormat lastFormat(const QString& tab, int column) const
     {
@@ -68,13 +68,7 @@ private:
         const int at = column == 0 ? 0 : int(column == 1 ? row.indexOf('\t') : row.lastIndexOf('\t')) + 1;
         return view(tab)->formatAt(view(tab)->rowCount() - 1, at);
     }
-    QStringList messages(const QString& tab) const
-    {
-        QStringList result;
-        for (int i = 0; i < view(tab)->rowCount(); ++i)
-            result << view(tab)->rowText(i).section(QLatin1Char('\t'), -1).trimmed();
-        return result;
-    }
+    QStringList messages(const QString& tab) const { return chatMessages(view(tab)); }
     QString lastMessage(const QString& tab) const { return messages(tab).value(messages(tab).size() - 1); }
     int indexOf(const QString& tab) const
     {
@@ -96,13 +90,6 @@ private:
     bool italic(const QString& member) const
     {
         return qvariant_cast<QFont>(w->userList->model()->index(w->userList->rowOf(member), 0).data(Qt::FontRole)).italic();
-    }
-    QStringList shownMembers() const
-    {
-        QStringList shown;
-        for (int i = 0; i < w->userList->count(); ++i)
-            shown << w->userList->model()->index(i, 0).data().toString();
-        return shown;
     }
     QStringList sent(const QString& prefix) const { return h->peer->linesStartingWith(prefix); }
     bool showWindow()
@@ -330,33 +317,6 @@ private slots:
         QCOMPARE(count(ruleX - 1, ruleX - 1, ink) + count(ruleX + 1, ruleX + 1, ink), 0);
     }
 
-    // NAMES replies in rank order, then name, shown once complete and on the
-    // current channel's list only; single members are added at the end and
-    // removed by their exact text.
-    void memberList()
-    {
-        say("#c", "x");
-        say("#d", "x");
-        emit w->session()->connection()->namesList("#c", { "+bob", "@Alice", "%hal" });
-        QCOMPARE(w->userList->count(), 0);
-        emit w->session()->connection()->namesList("#c", { "~zed", "carl", "@al", "&ann" });
-        emit w->session()->connection()->namesListFinished("#c");
-        const QStringList expected { "~zed", "&ann", "@al", "@Alice", "%hal", "+bob", "carl" };
-        QCOMPARE(w->session()->members("#c"), expected);
-        QCOMPARE(shownMembers(), expected);
-        emit w->session()->connection()->namesList("#d", { "dave" });
-        emit w->session()->connection()->namesListFinished("#d");
-        QCOMPARE(shownMembers(), expected);
-        switchTo("#d");
-        QCOMPARE(shownMembers(), QStringList { "dave" });
-        w->userList->addMember("aaron");
-        w->userList->removeMember("+dave");
-        w->userList->removeMember("DAVE");
-        QCOMPARE(shownMembers(), (QStringList { "dave", "aaron" }));
-        emit w->session()->connection()->namesListFinished("#d"); // an empty reply
-        QCOMPARE(w->userList->count(), 0);
-    }
-
     // A double click opens or finds someone's private tab (not the own,
     // nor disconnected); a message opens one that becomes current when the
     // server tab is; each peer is watched once, while the tab is open.
@@ -562,24 +522,10 @@ private slots:
         QVERIFY(w->inputLine->text() == "alan" && !popup->isVisible() && w->inputLine->hasFocus());
     }
 
-    // Before any connection nothing is stored; the address is stored only
-    // when the identifier splits into host and port. Lines nothing else
-    // handles are shown readable, except while the channel list comes in.
-    void serverRecordAndUnhandledLines()
+    // Lines nothing else handles are shown readable, except while the
+    // channel list comes in.
+    void unhandledLines()
     {
-        QSettings().clear();
-        w->session()->setAutojoin("linux", true);
-        QCOMPARE(lastMessage("Server"), QStringLiteral("*** Added #linux to autojoin list"));
-        QVERIFY(QSettings().childGroups().isEmpty());
-        w->session()->setServerId("my_host_6667");
-        w->session()->setAutojoin("#linux", true);
-        w->session()->setServerId("irc.example.org_6697");
-        w->session()->setAutojoin("#a", true);
-        QSettings settings;
-        QVERIFY(settings.contains("servers/my_host_6667/nickname") && !settings.contains("servers/my_host_6667/address"));
-        QCOMPARE(settings.value("servers/irc.example.org_6697/address").toString(), QStringLiteral("irc.example.org:6697"));
-        QCOMPARE(settings.value("servers/irc.example.org_6697/autojoin").toStringList(), (QStringList { "#linux", "#a" }));
-
         emit w->session()->connection()->unhandledLine("FOO bar :baz");
         QCOMPARE(lastMessage("Server"), QStringLiteral("FOO bar baz"));
         emit w->session()->connection()->listStartReceived();

@@ -1,7 +1,6 @@
 #include "InputCommand.h"
 #include "TestMain.h"
 
-#include <QRandomGenerator>
 #include <QRegularExpression>
 
 using T = InputCommand::Type;
@@ -152,35 +151,6 @@ private slots:
         for (const QString& command : commands)
             QVERIFY2(QRegularExpression("^/" + command + "[ :]").match(InputCommand::helpLine(command)).hasMatch(),
                 qPrintable(command));
-    }
-
-    // Random lines of spaces and a few words against QString's split() and
-    // section(): arguments are the non-empty pieces, the /msg text and the
-    // /raw line sections with empty ones counted.
-    void agreesWithSections()
-    {
-        const QStringList words { "msg", "m", "raw", "RAW", "bob", "#c", "hi", "%1", "\t", "x\x01" };
-        QRandomGenerator random(20261122);
-        for (int round = 0; round < 5000; ++round) {
-            QString line = "/";
-            for (int i = random.bounded(1, 7); i > 0; --i)
-                line += QString(random.bounded(0, 3), QLatin1Char(' ')) + words.at(random.bounded(int(words.size())));
-            line += QString(random.bounded(0, 3), QLatin1Char(' '));
-            const QString body = line.trimmed().mid(1);
-            const QStringList parts = body.split(' ', Qt::SkipEmptyParts);
-            const QString cmd = parts.value(0).toLower();
-            const InputCommand command = InputCommand::parse(line, "#c");
-            const QByteArray context = line.toUtf8().toPercentEncoding(" /#%");
-            if ((cmd == "msg" || cmd == "m") && parts.size() >= 3)
-                QVERIFY2(command.type == T::Msg && command.target == parts.at(1) && command.text == body.section(' ', 2),
-                    context);
-            else if (cmd == "raw" && parts.size() >= 2)
-                QVERIFY2(command.type == T::Raw && command.text == body.section(' ', 1), context);
-            else
-                QVERIFY2(command.type == T::Unknown
-                        && command.text == "Unknown command: " + (cmd == "m" ? QString("msg") : cmd),
-                    context);
-        }
     }
 };
 

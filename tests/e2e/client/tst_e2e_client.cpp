@@ -234,6 +234,12 @@ private slots:
         QVERIFY(carl->join("#other") && joinFromWindow("#other"));
         switchTo("Server"); // so that #ev becomes current once joined
         const auto completes = [this](const QString& nick) { return w->nickCompletionWords().contains(nick); };
+        const auto shown = [this] {
+            QStringList entries;
+            for (int row = 0; row < w->userList->count(); ++row)
+                entries << w->userList->model()->index(row, 0).data().toString();
+            return entries;
+        };
         const auto editable = [this] { return w->network()->tabs.value("#ev").editTopicBtn->isVisibleTo(w.get()); };
         const auto dimmed = [this] {
             return w->tabBar->isTabDimmed(w->tabWidget->indexOf(w->network()->tabs.value("#ev").widget));
@@ -257,7 +263,7 @@ private slots:
             { carl, "JOIN #ev", "#ev", "<carl> joined #ev", [&] { return listed("carl"); } },
             { nullptr, "/raw KICK #ev carl :out you go", "#ev", "<carl> was kicked by winuser (out you go)",
                 [&] { return !listed("carl"); } },
-            { dave, "JOIN #ev", "#ev", "<dave> joined #ev", [&] { return listed("dave"); } },
+            { dave, "JOIN #ev", "#ev", "<dave> joined #ev", [&] { return listed("dave") && !listed("@carl"); } }, // not #other's
             { nullptr, "/me waves", "#ev", "<*> winuser waves", {}, dave, " PRIVMSG #ev :\x01" "ACTION waves\x01$" },
             { nullptr, "/notice dave psst", "", "", {}, dave, " NOTICE dave :psst$" },
             { nullptr, "/ctcp dave VERSION", "#ev", "*** CTCP VERSION sent to dave", {}, dave,
@@ -286,8 +292,11 @@ private slots:
                 [&] { return listed("@newme") && editable(); } },
             { dave, "PRIVMSG newme :hi", "dave", "<dave> hi" },
             { dave, "NOTICE newme :in private", "dave", "-dave- in private" }, // the open conversation
+            { carl, "JOIN #ev", "", "", [&] { return listed("carl"); } },
+            { dave, "MODE #ev +v carl", "", "", [&] { return listed("+carl"); } },
             { nullptr, "/part", "#ev", "*** You have left #ev", [&] { return w->userList->count() == 0 && dimmed(); } },
-            { nullptr, "/join #ev", "#ev", "<newme> joined #ev", [&] { return listed("@dave") && !dimmed(); } },
+            { nullptr, "/join #ev", "#ev", "<newme> joined #ev", // the names in rank order
+                [&] { return shown() == QStringList { "@dave", "+carl", "newme" } && !dimmed(); } },
             { dave, "KICK #ev newme :behave", "#ev", "*** You were kicked from #ev by dave (behave)",
                 [&] { return w->userList->count() == 0 && dimmed(); } },
             { nullptr, "/msg #ev still here?", "#ev",
@@ -368,12 +377,14 @@ private slots:
     // A mention marks its tab when another is current; the WHOIS summary goes
     // to the tab it was asked from; a private message opens a tab named after
     // the sender, which answers reach; WATCH says when she leaves and returns.
+    // The channel list from the server, largest first.
     void mentionWhoisPrivateChatAndWatch()
     {
         RawIrcClient* erin = user("erin");
         QVERIFY(connectAs("privme", { erin }));
         QVERIFY(erin->join("#who"));
         erin->sendLine("AWAY :at lunch");
+        erin->sendLine("TOPIC #who :Online games");
         QVERIFY(erin->sync());
         QVERIFY(joinFromWindow("#who") && joinFromWindow("#quiet"));
         switchTo("#quiet");
@@ -393,6 +404,12 @@ private slots:
             (QStringList { "*** WHOIS erin: erin@127.0.0.1 (erin)", "*** erin is using irc.test (Quenvar test server)",
                 "*** erin on channels: @#who", "*** erin is away: at lunch" }));
         QVERIFY(!w->session()->isGatheringWhois() && rows("Server").filter("*** WHOIS").isEmpty());
+        // The channel list: largest channel first, with its topic.
+        type("/list");
+        QVERIFY(shows("Server", "*** Channel list complete.") && w->currentTabName == "List");
+        const ChannelListModel* list = w->network()->channelListModel;
+        QVERIFY(list->rowCount() >= 2 && list->channelAt(0).name == "#who" && list->channelAt(0).users == "2");
+        QCOMPARE(list->channelAt(0).topic, "Online games");
 
         erin->sendLine("PRIVMSG privme :psst, hello");
         QVERIFY(shows("erin", "<erin> psst, hello"));
@@ -407,30 +424,6 @@ private slots:
         QVERIFY(shows("erin", "<erin> quit (WATCH)"));
         QVERIFY(RawIrcClient::registerAll({ user("erin") }, m_server->host(), m_server->port()));
         QVERIFY(shows("erin", "<erin> is back online"));
-    }
-
-    void channelListFromTheServer()
-    {
-        RawIrcClient* ivy = user("ivy");
-        QVERIFY(connectAs("lister", { ivy }));
-        QVERIFY(ivy->join("#listed-one") && ivy->join("#Listed-Two"));
-        ivy->sendLine("TOPIC #listed-one :Online games");
-        QVERIFY(ivy->sync());
-        QVERIFY(joinFromWindow("#listed-one"));
-        type("/list");
-        QCOMPARE(w->currentTabName, "List");
-        QVERIFY(shows("Server", "*** Channel list complete."));
-        ChannelListModel* model = w->network()->channelListModel;
-        QVERIFY(model->rowCount() >= 2);
-        // Largest first: #listed-one has two members.
-        QCOMPARE(model->channelAt(0).name, "#listed-one");
-        QCOMPARE(model->channelAt(0).users, "2");
-        QCOMPARE(model->channelAt(0).topic, "Online games");
-        int users = 0;
-        for (int row = 0; row < model->rowCount(); ++row)
-            users += model->channelAt(row).userCount;
-        QCOMPARE(w->network()->listInfoLabel->text(),
-            QStringLiteral("irc.test: %1 channels, %2 users").arg(model->rowCount()).arg(users));
     }
 
     // Two servers at once, each with a #same: rows and typed lines stay on
