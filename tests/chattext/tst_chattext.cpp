@@ -194,8 +194,7 @@ private slots:
             { "colour closed before tags", B + C + "4x", "<b>" + span(red, "x") + "</b>" },
             { "two digits", C + "04red", span(red, "red") },
             { "zero is white", C + "0x", span("color:#ffffff;", "x") },
-            { "two digits at most, 99 is the default", C + QString(1000, '9') + "x",
-                QString(998, '9') + "x" },
+            { "two digits at most, 99 is the default", C + QString(1000, '9') + "x", QString(998, '9') + "x" },
             { "a digit after two is text", C + "032024", span("color:#008000;", "2024") },
             { "a third digit after one is text", C + "2" + "2024", span("color:#004747;", "024") },
             { "extended colours", C + "52,88x", span("color:#ff0000;background-color:#000000;", "x") },
@@ -213,19 +212,14 @@ private slots:
             { "new colour replaces old", C + "4a" + C + "5b", span(red, "a") + span("color:#800000;", "b") },
             { "code at the end", "x" + C, "x" },
             { "only ascii digits count", C + "\u0663x", "\u0663x" },
-            { "escaping, entities too", "<b>&\"x\"</b>&lt;",
-                "&lt;b&gt;&amp;&quot;x&quot;&lt;/b&gt;&amp;lt;" },
+            { "escaping, entities too", "<b>&\"x\"</b>&lt;", "&lt;b&gt;&amp;&quot;x&quot;&lt;/b&gt;&amp;lt;" },
             { "reset closes everything", B + I + C + "4a" + ctl(0x0F) + "b",
                 "<b><i>" + span(red, "a") + "</i></b>b" },
-            { "tags closed out of order still nest", B + "a" + I + "b" + B + "c" + I,
-                "<b>a<i>b</i></b><i>c</i>" },
-            { "reverse without colours", ctl(0x16) + "v",
-                span("color:#ffffff;background-color:#000000;", "v") },
+            { "tags closed out of order still nest", B + "a" + I + "b" + B + "c" + I, "<b>a<i>b</i></b><i>c</i>" },
+            { "reverse without colours", ctl(0x16) + "v", span("color:#ffffff;background-color:#000000;", "v") },
             { "reverse swaps colours", C + "4,2" + ctl(0x16) + "x", onSame("#000080", "#ff0000") },
-            { "strikethrough and monospace", ctl(0x1E) + "s" + ctl(0x1E) + ctl(0x11) + "m",
-                "<s>s</s><tt>m</tt>" },
-            { "hex colour", ctl(0x04) + "FF8000,000000x" + ctl(0x04) + "zz",
-                onSame("#ff8000", "#000000") + "zz" },
+            { "strikethrough and monospace", ctl(0x1E) + "s" + ctl(0x1E) + ctl(0x11) + "m", "<s>s</s><tt>m</tt>" },
+            { "hex colour", ctl(0x04) + "FF8000,000000x" + ctl(0x04) + "zz", onSame("#ff8000", "#000000") + "zz" },
             { "other controls shown, breaks as spaces", "a" + ctl(0x01) + ctl(0x7F) + "\n" + ctl(0x00),
                 "a\u2401\u2421 \u2400" },
         });
@@ -239,8 +233,7 @@ private slots:
             { "monospace", ctl(0x11) + "m", "m | 0+1 m" },
             { "hex colour", ctl(0x04) + "123456x", "x | 0+1 fg#123456" },
             { "digit after the colour", C + "032024", "2024 | 0+4 fg#008000" },
-            { "controls shown", "a" + ctl(0x00) + "b" + ctl(0x07) + "c" + ctl(0x7F),
-                "a\u2400b\u2407c\u2421" },
+            { "controls shown", "a" + ctl(0x00) + "b" + ctl(0x07) + "c" + ctl(0x7F), "a\u2400b\u2407c\u2421" },
             { "breaks and tabs", "a\tb\nc\u2029d", "a b c d" },
         });
         const auto a = [](const QString& href) { return "<a href=\"" + href + "\">" + href + "</a>"; };
@@ -331,8 +324,7 @@ private slots:
         for (const auto& [text, f] : fragments(doc))
             shown << text + "|" + f.anchorHref() + "|" + f.foreground().color().name() + (f.fontUnderline() ? " u" : "")
                     + (f.fontWeight() == QFont::Bold ? " b" : "");
-        QCOMPARE(shown,
-            (QStringList { "see ||#888888 b", "http://a.com|http://a.com|#007aff u b", " and ||#888888 b",
+        QCOMPARE(shown, (QStringList { "see ||#888888 b", "http://a.com|http://a.com|#007aff u b", " and ||#888888 b",
                 "bob@x.org|mailto:bob@x.org|#007aff u b", "!||#888888 b", "|||#000000" }));
     }
 
