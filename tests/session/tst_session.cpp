@@ -94,6 +94,8 @@ private slots:
                 "is now known as newme", L::Status },
             { "NOTICE AUTH :*** hello", "Server", "", "*** hello", L::Notice },
             { ":irc.test WALLOPS :hello", "Server", "", "[irc.test] WALLOPS hello", 0 },
+            { "FOO bar :baz", "Server", "", "FOO bar baz", 0 },
+            { ":s 321 me Channel :Users Name\nFOO", "Server", "", "*** Receiving channel list...", 0 }, // not while listing
             { ":me!u@h JOIN #c\n:bob!u@h NOTICE @#c :ops", "#c", "", "-bob- ops", L::Notice },
             { ":bob!u@h PRIVMSG me :hi\n:bob!u@h NOTICE me :psst", "bob", "", "-bob- psst", L::Notice },
             { ":NickServ!s@services NOTICE me :Password accepted", "Server", "", "-NickServ- Password accepted",

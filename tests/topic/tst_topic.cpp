@@ -1,4 +1,6 @@
-// The topic editor and the emoji picker it opens.
+// The topic editor and the emoji picker it opens. (Saving from the window,
+// the editor's look in each theme and the picker's place on the screen are
+// checked in tests/dialogs and tests/appearance.)
 
 #include "EditTopicDialog.h"
 #include "EmojiPicker.h"
@@ -10,7 +12,6 @@
 #include <QLabel>
 #include <QPointer>
 #include <QPushButton>
-#include <QScreen>
 #include <QSignalSpy>
 #include <QTest>
 #include <QTextEdit>
@@ -88,48 +89,6 @@ private slots:
         for (int x : { 0, 3, 200, 700, 1300, 1890, 1919 })
             for (int y : { 0, 2, 300, 800, 1050, 1079 })
                 QVERIFY(screen.contains(QRect(EmojiPicker::placement(QRect(x, y, 30, 30), popup, screen), popup)));
-
-        // placeBeside() places by the popup's size hint (it is not shown yet).
-        QWidget window;
-        auto* button = new QPushButton(QStringLiteral("e"), &window);
-        button->setGeometry(10, 10, 30, 30);
-        window.show();
-        QVERIFY(QTest::qWaitForWindowExposed(&window));
-        EmojiPicker picker(&window, QStringLiteral("light"));
-        picker.placeBeside(button);
-        QCOMPARE(picker.pos(),
-            EmojiPicker::placement(QRect(button->mapToGlobal(QPoint(0, 0)), button->size()), picker.sizeHint(),
-                QGuiApplication::primaryScreen()->availableGeometry()));
-    }
-
-    void editorKeepsTheRawTopic()
-    {
-        const QString raw = B + "bold" + B + " see https://example.org " + C + "4,1red" + C + " " + I + "it" + I
-            + U + "un" + U + " <b>&amp;</b>";
-        Editor e(raw);
-        QCOMPARE(e.dialog->windowTitle(), QStringLiteral("Edit Topic for #chan"));
-        QCOMPARE(e.field->toPlainText(), raw);
-        QCOMPARE(e.dialog->newTopic(), raw); // control codes are not white space
-        e.field->setPlainText(QStringLiteral("\t\n new  topic\n \t"));
-        QCOMPARE(e.dialog->newTopic(), QStringLiteral("new  topic"));
-
-        // Save and Cancel (the themes know them by these names).
-        auto* save = e.dialog->findChild<QPushButton*>(QStringLiteral("connectButton"));
-        auto* cancel = e.dialog->findChild<QPushButton*>(QStringLiteral("cancelButton"));
-        QVERIFY(save && cancel);
-        QTimer::singleShot(0, save, &QPushButton::click);
-        QCOMPARE(e.dialog->exec(), int(QDialog::Accepted));
-        QTimer::singleShot(0, cancel, &QPushButton::click);
-        QCOMPARE(e.dialog->exec(), int(QDialog::Rejected));
-
-        // White in the dark and glass themes too.
-        for (const char* theme : { "dark", "glass" }) {
-            Editor themed(QStringLiteral("topic"), theme);
-            themed.dialog->show();
-            QVERIFY(QTest::qWaitForWindowExposed(themed.dialog.get()));
-            const QImage image = themed.dialog->grab().toImage();
-            QVERIFY2(image.pixelColor(3, image.height() / 2) == QColor(Qt::white), theme);
-        }
     }
 
     // Tool buttons and keys on the field "a word here": what they insert

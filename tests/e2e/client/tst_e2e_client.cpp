@@ -10,7 +10,6 @@
 #include "ChatRows.h"
 #include "ChatView.h"
 #include "ConnectDialog.h"
-#include "EditTopicDialog.h"
 #include "HighlightTabBar.h"
 #include "IRCConnection.h"
 #include "InspircdServer.h"
@@ -35,7 +34,6 @@
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTextEdit>
 #include <QTimer>
 
 #include <functional>
@@ -184,13 +182,9 @@ private slots:
         QVERIFY(!w->network()->tabs.contains("linux") && !w->network()->tabs.contains("#linux"));
 
         // /autojoin toggles a channel in the stored record.
-        const QString storedList = QStringLiteral("servers/%1/autojoin").arg(serverId());
         type("/autojoin mychan");
         QVERIFY(shows("Server", "*** Added #mychan to autojoin list"));
-        QCOMPARE(QSettings().value(storedList).toStringList(), stored.autojoinChannels + QStringList { "#mychan" });
-        type("/autojoin #mychan");
-        QVERIFY(shows("Server", "*** Removed #mychan from autojoin list"));
-        QCOMPARE(QSettings().value(storedList).toStringList(), stored.autojoinChannels);
+        QCOMPARE(QSettings().value("servers/" + serverId() + "/autojoin").toStringList(), QStringList({ "#auto1", "linux", "#mychan" }));
 
         // Reconnect: the same server, port and nick, into the autojoin channel again.
         w->onReconnectTriggered();
@@ -310,16 +304,6 @@ private slots:
             QVERIFY2(step.row.isEmpty() || shows(step.tab, step.row), qPrintable(step.line));
             QVERIFY2(!step.to || !step.to->waitForLine(step.seen).isEmpty(), qPrintable(step.line));
             QVERIFY2(!step.then || QTest::qWaitFor(step.then, kTimeout), qPrintable(step.line));
-            if (step.line.startsWith("MODE #ev -v+o")) {
-                // The operator edits the topic in the editor.
-                ModalDriver::onModal<EditTopicDialog>([](EditTopicDialog* editor) {
-                    editor->findChild<QTextEdit*>()->setPlainText("  \002fresh\002 topic  ");
-                    editor->accept();
-                });
-                w->editTopic("#ev");
-                QVERIFY(!dave->waitForLine(" TOPIC #ev :\002fresh\002 topic$").isEmpty());
-                QTRY_VERIFY(w->network()->tabs.value("#ev").topicLabel->text().contains("<b>fresh</b>"));
-            }
         }
         QVERIFY(w->network()->tabs.contains("#ev"));
         QTest::qWait(4000);
