@@ -209,6 +209,23 @@ private slots:
         QCOMPARE(h.peer.linesStartingWith("WATCH").filter("x"), (QStringList { "WATCH +x[1]", "WATCH -x[1]" }));
     }
 
+    // A flood of new senders: the first QueryBurstLimit get their
+    // conversation, the next ones are listed in the server buffer, said once.
+    void queryBurst()
+    {
+        Harness h;
+        QVERIFY(h.connect());
+        QByteArrayList wire;
+        for (int i = 0; i < Session::QueryBurstLimit + 3; ++i)
+            wire << ":n" + QByteArray::number(i) + "!u@h PRIVMSG me :hello";
+        h.says(wire.join('\n') + "\n:n3!u@h PRIVMSG me :again");
+        QCOMPARE(h.session->bufferNames().size(), Session::QueryBurstLimit + 1);
+        QCOMPARE(h.lines("n3"), (QStringList { "hello", "again" }));
+        const QStringList server = h.lines("Server");
+        QCOMPARE(server.filter("*** Many new private conversations").size(), 1);
+        QCOMPARE(server.mid(server.size() - 3), (QStringList { "<n50> hello", "<n51> hello", "<n52> hello" }));
+    }
+
     // Unread rows and mentions count until marked read; a message of two
     // lines goes out as two.
     void unreadAndSplitLines()

@@ -1,7 +1,7 @@
 // The chat window against a real InspIRCd on loopback, with raw clients as
 // the other users: connecting through the connect dialog, autojoin, reconnect
 // and disconnect, a channel's life, private chat, WATCH, WHOIS, TLS trust,
-// the channel list, two networks, a private-message flood, logs and find.
+// the channel list, two networks, logs and find.
 // (Reconnecting after a drop and long or pasted messages at the default pace
 // are checked at the session level in tests/e2e/protocol.)
 
@@ -24,7 +24,6 @@
 #include "TestMain.h"
 
 #include <QCheckBox>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QLabel>
@@ -34,7 +33,6 @@
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTimer>
 
 #include <functional>
 #include <memory>
@@ -502,43 +500,6 @@ private slots:
         QVERIFY(!bea->waitForLine("PRIVMSG #same :still here$").isEmpty());
         bea->sendLine("PRIVMSG #same :after");
         QVERIFY(shows("#same", "<bea> after", kTimeout, two));
-    }
-
-    // 300 new senders at once: 50 conversations open, the other first
-    // messages are listed in the server tab, said once; the window keeps
-    // answering and its memory stays bounded.
-    void privateMessageFlood()
-    {
-        QList<RawIrcClient*> senders;
-        for (int i = 0; i < 300; ++i)
-            senders << user(QStringLiteral("flood%1").arg(i));
-        QVERIFY(connectAs("floodme", senders));
-        const auto rssKb = [] {
-            QFile status(QStringLiteral("/proc/self/status"));
-            const QByteArray text = status.open(QIODevice::ReadOnly) ? status.readAll() : QByteArray();
-            const qsizetype at = text.indexOf("VmRSS:");
-            return at < 0 ? 0L : text.mid(at + 6, text.indexOf('\n', at) - at - 6).trimmed().split(' ').value(0).toLong();
-        };
-        const long rssBefore = rssKb();
-        QElapsedTimer sinceTick;
-        qint64 longestGap = 0;
-        QTimer ticker;
-        connect(&ticker, &QTimer::timeout, this, [&] { longestGap = qMax(longestGap, sinceTick.restart()); });
-        ticker.start(10);
-        sinceTick.start();
-        for (RawIrcClient* sender : std::as_const(senders))
-            sender->sendLine(QStringLiteral("PRIVMSG floodme :are you there?"));
-        QVERIFY(QTest::qWaitFor([&] { return rows("Server").filter("> are you there?").size() == 250; }, 60000));
-        ticker.stop();
-        QCOMPARE(w->network()->tabs.keys().filter(QRegularExpression("^flood")).size(), Session::QueryBurstLimit);
-        QCOMPARE(rows("Server").filter("*** Many new private conversations").size(), 1);
-        QVERIFY2(longestGap < 2000, qPrintable(QString::number(longestGap)));
-        const long grown = rssKb() - rssBefore;
-#ifndef __SANITIZE_ADDRESS__
-        QVERIFY2(grown < 100 * 1024, qPrintable(QString::number(grown)));
-#else
-        Q_UNUSED(grown); // AddressSanitizer keeps freed memory in quarantine: no bound there
-#endif
     }
 
     // With logging on: what the log files hold after a session, the backlog
