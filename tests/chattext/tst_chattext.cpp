@@ -9,6 +9,7 @@
 #include <QElapsedTimer>
 #include <QFont>
 #include <QRandomGenerator>
+#include <QRegularExpression>
 #include <QTextBlock>
 #include <QTextCursor>
 #include <QTextDocument>
@@ -18,31 +19,16 @@
 
 namespace {
 
-QString ctl(char16_t code)
-{
-    return QString(QChar(code));
-}
-
+const auto ctl = [](char16_t code) { return QString(QChar(code)); };
 const QString B = ctl(0x02), C = ctl(0x03), I = ctl(0x1D), U = ctl(0x1F);
-
 // A colour span as ircToHtml writes it around `text`.
-QString span(const QString& style, const QString& text)
-{
-    return "<span style=\"" + style + "\">" + text + "</span>";
-}
+const auto span = [](const QString& style, const QString& text) { return "<span style=\"" + style + "\">" + text + "</span>"; };
 
-struct TextRow
+// Rows of text_data() for one function: name, input, expected.
+void addTextRows(const char* function, std::initializer_list<std::tuple<const char*, QString, QString>> rows)
 {
-    const char* name;
-    QString input;
-    QString expected;
-};
-
-// Rows of text_data() for one function.
-void addTextRows(const char* function, std::initializer_list<TextRow> rows)
-{
-    for (const TextRow& row : rows)
-        QTest::addRow("%s: %s", function, row.name) << QString(function) << row.input << row.expected;
+    for (const auto& [name, input, expected] : rows)
+        QTest::addRow("%s: %s", function, name) << QString(function) << input << expected;
 }
 
 // Every text fragment of the document with its format, in order.
@@ -59,18 +45,12 @@ QList<QPair<QString, QTextCharFormat>> fragments(const QTextDocument& doc)
 QStringList anchorTargets(const QTextDocument& doc)
 {
     QStringList hrefs;
-    for (const auto& [text, format] : fragments(doc)) {
-        if (format.isAnchor() || !format.anchorHref().isEmpty())
-            hrefs.append(format.anchorHref());
-    }
+    for (const auto& [text, format] : fragments(doc))
+        hrefs << (format.isAnchor() || !format.anchorHref().isEmpty() ? QStringList { format.anchorHref() } : QStringList());
     return hrefs;
 }
 
-bool isAllowedTarget(const QString& href)
-{
-    return href.startsWith(QLatin1String("http://")) || href.startsWith(QLatin1String("https://"))
-        || href.startsWith(QLatin1String("mailto:"));
-}
+const auto isAllowedTarget = [](const QString& href) { return QRegularExpression("^(https?://|mailto:)").match(href).hasMatch(); };
 
 // A chat message rendered the way a row renders it.
 void renderRow(QTextDocument& doc, const QString& text)

@@ -7,13 +7,10 @@
 #include "TestMain.h"
 
 #include <QClipboard>
-#include <QContextMenuEvent>
 #include <QDateTime>
 #include <QDesktopServices>
-#include <QMenu>
 #include <QScrollBar>
 #include <QTest>
-#include <QTimer>
 
 #include <memory>
 
@@ -188,7 +185,7 @@ private slots:
     }
 
     // A double click takes a word, a drag whole rows, Select All every row;
-    // Ctrl+C copies; the context menu offers Copy only with a selection.
+    // Ctrl+C copies.
     void selectionAndCopy()
     {
         add("alice", "hello world");
@@ -207,19 +204,6 @@ private slots:
         QTest::keySequence(view.get(), QKeySequence::SelectAll);
         QTest::keySequence(view.get(), QKeySequence::Copy);
         QCOMPARE(QApplication::clipboard()->text(), QStringLiteral("[t] <alice> hello world\n[u] *** note"));
-
-        view->clearSelection();
-        QStringList items;
-        QTimer::singleShot(0, this, [&items] {
-            auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
-            for (QAction* action : menu ? menu->actions() : QList<QAction*>())
-                items << action->text() + (action->isEnabled() ? "" : " (off)");
-            if (menu)
-                menu->close();
-        });
-        QContextMenuEvent event(QContextMenuEvent::Mouse, QPoint(10, 10), view->mapToGlobal(QPoint(10, 10)));
-        QApplication::sendEvent(view->viewport(), &event);
-        QCOMPARE(items, (QStringList { "Copy (off)", "Select All" }));
     }
 
     // A link shows the hand and opens on click; a drag over it does not.
@@ -246,7 +230,7 @@ private slots:
     }
 
     // The view follows new rows while it shows the last one and stays put
-    // while the user reads older ones; keys move it; narrower, rows wrap.
+    // while the user reads older ones; keys move it.
     // Trimming keeps the newest rows.
     void scrollingAndTrimming()
     {
@@ -265,13 +249,7 @@ private slots:
         append(10);
         QVERIFY(view->isAtEnd());
         QCOMPARE(view->verticalScrollBar()->value(), view->verticalScrollBar()->maximum());
-        append(1, QStringLiteral("a long row %1 ") + QStringLiteral("that wraps ").repeated(20));
-        const int range = view->verticalScrollBar()->maximum();
-        view->resize(300, 300);
-        QTRY_VERIFY(view->verticalScrollBar()->maximum() > range);
-        QVERIFY(view->isAtEnd());
-
-        append(1889); // 2500 rows
+        append(1890); // 2500 rows
         view->trimTo(1000);
         QCOMPARE(view->rowCount(), 1000);
         QCOMPARE(view->row(0).message, QStringLiteral(" message 1500"));
