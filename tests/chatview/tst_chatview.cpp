@@ -83,6 +83,8 @@ private slots:
             { false, "", "*** Connected", 0, "[t]\t*** Connected", "[t] *** Connected" },
             { true, "me", "[Away: x] hi", BufferLine::Own | BufferLine::OwnAway, "[t]\tme  \t[Away: x] hi", "[t] <me> [Away: x] hi" },
             { true, "bob", "a\nb\tc\u2029d", 0, "[t]\tbob  \t a b c d", "[t] <bob> a b c d" },
+            { true, "bob", "http://a\uFDD0b\nc\uFFFC" + QString(QChar(0xD800)) + " x@y.zz", 0, "[t]\tbob  \t http://a b c ? x@y.zz",
+                "[t] <bob> http://a b c ? x@y.zz", { "http://a", "mailto:x@y.zz" } }, // one row, whatever breaks it holds
             { true, "bob", "\x03" "04red\x03 and \x02" "bold\x0f.", 0, "[t]\tbob  \t red and bold.", "[t] <bob> red and bold." },
             { true, "bob", "see \x1fhttps://a.org/x\x1f ok", 0, "[t]\tbob  \t see https://a.org/x ok", "[t] <bob> see https://a.org/x ok",
                 { "https://a.org/x" } },
