@@ -198,25 +198,20 @@ private slots:
         }
 
         QVERIFY(h->connect());
-        struct Case
-        {
-            QString sender;
-            bool away, service, awayLook; // awayLook: nick grey italic, message grey
-            QString message;
-        };
-        const Case cases[] { { "MyNick", false, false, false, " text" }, { "mynick", true, false, true, "[Away: at lunch] text" },
-            { "mynick", true, true, true, " text" }, { "bob", true, false, false, " text" },
-            { "NewNick", true, false, true, "[Away: at lunch] text" } };
-        for (const Case& c : cases) {
-            if (c.sender == "NewNick")
+        // The sender, away, a service line, the away look (nick grey italic, message grey), the message column.
+        const QList<std::tuple<QString, bool, bool, bool, QString>> cases { { "MyNick", false, false, false, " text" },
+            { "mynick", true, false, true, "[Away: at lunch] text" }, { "mynick", true, true, true, " text" },
+            { "bob", true, false, false, " text" }, { "NewNick", true, false, true, "[Away: at lunch] text" } };
+        for (const auto& [sender, away, service, awayLook, message] : cases) {
+            if (sender == "NewNick")
                 w->session()->changeNick("newnick");
-            if (c.away && !w->session()->isAway())
+            if (away && !w->session()->isAway())
                 w->session()->setAway("at lunch");
-            say("#chan", "text", c.sender, c.service);
-            QCOMPARE(lastChatRow(view("#chan")).section('\t', -1), c.message);
+            say("#chan", "text", sender, service);
+            QCOMPARE(lastChatRow(view("#chan")).section('\t', -1), message);
             const QTextCharFormat nick = lastFormat("#chan", 1);
-            QVERIFY2(c.awayLook ? isGrey(nick) : inNickColour(nick, c.sender), qPrintable(c.sender));
-            QVERIFY(nick.fontItalic() == c.awayLook && isGrey(lastFormat("#chan", 2)) == (c.awayLook || c.service));
+            QVERIFY2(awayLook ? isGrey(nick) : inNickColour(nick, sender), qPrintable(sender));
+            QVERIFY(nick.fontItalic() == awayLook && isGrey(lastFormat("#chan", 2)) == (awayLook || service));
         }
     }
 
@@ -231,27 +226,23 @@ private slots:
         say("#side", "x"); // current: opened from the server tab
         say("#chan", "x");
         const QString full = "mynick " + QString(248, QLatin1Char('y'));
-        struct Case
-        {
-            QString tab, sender, message;
-            bool mark;
-            QString notice;
-        };
-        const Case cases[] { { "#chan", "bob", "Hello MyNick!", true, "#chan: bob: Hello MyNick!" },
+        // The tab, the sender, the message, whether it marks the tab, the notification.
+        const QList<std::tuple<QString, QString, QString, bool, QString>> cases {
+            { "#chan", "bob", "Hello MyNick!", true, "#chan: bob: Hello MyNick!" },
             { "#side", "bob", "Hello MyNick!", false, "" }, { "#chan", "bob", "Hello mynickname", false, "" },
             { "#chan", "MYNICK", "mynick says hi", false, "" }, { "#chan", "NextNick", "mynick again", false, "" },
             { "Server", "bob", "mynick: hello", false, "" }, { "bob", "bob", "psst", true, "bob: psst" },
             { "carol", "mynick", "mynick: hi", false, "" }, { "#chan", "bob", full, true, "#chan: bob: " + full },
             { "#chan", "bob", full + "z", true, "#chan: bob: " + full.left(252) + "..." } };
-        for (const Case& c : cases) {
+        for (const auto& [tab, sender, message, mark, notice] : cases) {
             w->statusBar()->clearMessage();
-            say(c.tab, c.message, c.sender);
-            QVERIFY2(marked(c.tab) == c.mark, qPrintable(c.message));
-            QCOMPARE(w->tabBar->isHighlighted(indexOf(c.tab)), c.mark && c.tab != "#side");
-            QCOMPARE(w->statusBar()->currentMessage(), c.notice);
-            switchTo(c.tab);
+            say(tab, message, sender);
+            QVERIFY2(marked(tab) == mark, qPrintable(message));
+            QCOMPARE(w->tabBar->isHighlighted(indexOf(tab)), mark && tab != "#side");
+            QCOMPARE(w->statusBar()->currentMessage(), notice);
+            switchTo(tab);
             switchTo("#side");
-            QVERIFY(!marked(c.tab) && !w->tabBar->isHighlighted(indexOf(c.tab)));
+            QVERIFY(!marked(tab) && !w->tabBar->isHighlighted(indexOf(tab)));
         }
         emit w->session()->connection()->nickChanged("mynick", "second");
         say("#chan", "mynick!");

@@ -61,19 +61,12 @@ private slots:
     {
         const QSize popup(340, 560), wide(380, 560);
         const QRect narrow(0, 0, 400, 1080), screen(0, 0, 1920, 1080);
-        struct Case
-        {
-            const char* name;
-            QRect button;
-            QSize popup;
-            QRect available;
-            QPoint expected;
-        };
+
         // Beside the button, centred on its top edge, 5 px away; "fits on the
         // right" compares strictly with available.right() (999 here). No room
         // either side: centred above, or below when above is off-screen. The
         // result is clamped 5 px inside.
-        const Case cases[] {
+        const QList<std::tuple<const char*, QRect, QSize, QRect, QPoint>> cases { // the button, popup, screen, place
             { "right, one short of the edge", { 619, 500, 30, 30 }, popup, { 0, 0, 1000, 1080 }, { 654, 220 } },
             { "left, exactly at the edge", { 620, 500, 30, 30 }, popup, { 0, 0, 1000, 1080 }, { 275, 220 } },
             { "narrow second screen: above", { 2105, 800, 30, 30 }, popup, { 1920, 0, 400, 1080 }, { 1950, 235 } },
@@ -84,8 +77,8 @@ private slots:
             { "clamp left", { 10, 800, 30, 30 }, wide, narrow, { 5, 235 } },
             { "clamp right", { 380, 800, 30, 30 }, wide, narrow, { 14, 235 } },
         };
-        for (const Case& c : cases)
-            QVERIFY2(EmojiPicker::placement(c.button, c.popup, c.available) == c.expected, c.name);
+        for (const auto& [name, button, size, available, expected] : cases)
+            QVERIFY2(EmojiPicker::placement(button, size, available) == expected, name);
         for (int x : { 0, 3, 200, 700, 1300, 1890, 1919 })
             for (int y : { 0, 2, 300, 800, 1050, 1079 })
                 QVERIFY(screen.contains(QRect(EmojiPicker::placement(QRect(x, y, 30, 30), popup, screen), popup)));
