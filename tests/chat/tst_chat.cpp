@@ -18,7 +18,6 @@
 #include <QScrollBar>
 #include <QSettings>
 #include <QSignalSpy>
-#include <QSplitter>
 #include <QStatusBar>
 #include <QStringListModel>
 
@@ -162,21 +161,6 @@ private slots:
         QVERIFY(!w->network()->tabInputHistory.contains("#c"));
         h->serverSays(":mynick!u@h PART :#c\n:bob!u@h PRIVMSG mynick :hi");
         QVERIFY(indexOf("#c") < 0 && !w->session()->hasMembers("#c") && indexOf("bob") >= 0);
-    }
-
-    void splitterKeepsOneFifth()
-    {
-        say("#a", "x");
-        QVERIFY(showWindow());
-        w->resize(w->width() + 1003 - w->splitter->width(), w->height());
-        QTRY_COMPARE_WITH_TIMEOUT(w->splitter->width(), 1003, 5000);
-        const QList<int> oneFifth { 797, 198 }; // 803 and 200 asked for, fitted beside the 8 px handle
-        QTRY_COMPARE_WITH_TIMEOUT(w->splitter->sizes(), oneFifth, 5000);
-        w->splitter->setSizes({ 500, 503 }); // a drag lasts until the next tab switch
-        switchTo("Server");
-        QTRY_COMPARE_WITH_TIMEOUT(w->splitter->sizes().value(1), 0, 5000);
-        switchTo("#a");
-        QTRY_COMPARE_WITH_TIMEOUT(w->splitter->sizes(), oneFifth, 5000);
     }
 
     // Timestamp grey in the chosen format, nick bold in its colour and cut to
