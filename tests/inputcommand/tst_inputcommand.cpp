@@ -144,9 +144,9 @@ private slots:
         }
 
         // Help has a line for every command.
-        const QStringList commands { "join", "part", "msg", "query", "me", "notice", "ctcp", "nick", "whois",
-            "who", "away", "back", "list", "topic", "kick", "ban", "mode", "op", "deop", "voice", "devoice",
-            "invite", "close", "clear", "autojoin", "raw", "quit", "help" };
+        const QStringList commands { "join", "part", "msg", "query", "me", "notice", "ctcp", "nick", "whois", "who", "away",
+            "back", "list", "topic", "kick", "ban", "mode", "op", "deop", "voice", "devoice", "invite", "close", "clear",
+            "autojoin", "raw", "quit", "help" };
         QCOMPARE(InputCommand::helpRows().size(), commands.size());
         for (const QString& command : commands)
             QVERIFY2(QRegularExpression("^/" + command + "[ :]").match(InputCommand::helpLine(command)).hasMatch(),

@@ -57,11 +57,7 @@ struct Harness
     }
 
     QStringList lines(const QString& buffer) const { return texts(session->lines(buffer)); }
-    BufferLine last(const QString& buffer) const
-    {
-        const QList<BufferLine> all = session->lines(buffer);
-        return all.value(all.size() - 1);
-    }
+    BufferLine last(const QString& buffer) const { return session->lines(buffer).value(session->lines(buffer).size() - 1); }
 };
 
 } // namespace

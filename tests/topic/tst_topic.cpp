@@ -136,7 +136,6 @@ private slots:
     void colours()
     {
         // Nearest of the 16 by squared RGB distance, the lower index on a tie.
-        QCOMPARE(EditTopicDialog::nearestIrcColor(QColor::fromHsv(0, 255, 255)), 4);
         QCOMPARE(EditTopicDialog::nearestIrcColor(QColor(0xFF, 0xFF, 0x80)), 15); // silver, not white or yellow
         QCOMPARE(EditTopicDialog::nearestIrcColor(QColor(0, 0, 0x40)), 1); // black and navy tie
         // Black text on light backgrounds, white on dark ones (grey 128 truncates to 127: dark).
@@ -145,11 +144,10 @@ private slots:
             foregrounds += QString::number(EditTopicDialog::foregroundForBackground(background));
         QCOMPARE(foregrounds, QStringLiteral("1000000111010001"));
         QCOMPARE(EditTopicDialog::colorInsertion(4, false, ""), C + "4");
-        QCOMPARE(EditTopicDialog::colorInsertion(3, false, "hi"), C + "3hi" + C);
-        QCOMPARE(EditTopicDialog::colorInsertion(8, true, ""), C + "1,8" + C);
         QCOMPARE(EditTopicDialog::colorInsertion(12, true, "%1hi"), C + "0,12%1hi" + C);
 
-        // Through the colour dialog, which starts at white.
+        // Through the colour dialog, which starts at white: text with a
+        // selection, a background without one, cancelled.
         const QList<std::tuple<QString, QColor, int, QString>> cases { // the tool, the pick (invalid: cancel), the cursor
             { "Text Color", QColor(255, 0, 0), 6, "a " + C + "4word" + C + " here" },
             { "Background Color", QColor(0xFF, 0xFF, 0x40), 2, "a " + C + "1,8" + C + "word here" },
@@ -177,10 +175,8 @@ private slots:
         e.select(1, 1);
         e.tool(QStringLiteral("Emoji"))->trigger();
         QPointer<EmojiPicker> picker = e.dialog->findChild<EmojiPicker*>();
-        QVERIFY(picker && picker->isVisible());
-        QCOMPARE(picker->windowType(), Qt::Popup); // a click elsewhere closes it
+        QVERIFY(picker && picker->isVisible() && picker->windowType() == Qt::Popup); // a click elsewhere closes it
         QCOMPARE(picker->findChildren<QPushButton*>().size(), 96);
-        QSignalSpy chosen(picker.data(), &EmojiPicker::emojiSelected);
         const QString victory = QString::fromUtf16(u"\u270C\uFE0F");
         QPushButton* button = nullptr;
         for (QPushButton* b : picker->findChildren<QPushButton*>())
@@ -188,7 +184,6 @@ private slots:
         QVERIFY(button);
         QTest::mouseClick(button, Qt::LeftButton);
         QTRY_VERIFY_WITH_TIMEOUT(picker.isNull(), 5000);
-        QCOMPARE(chosen.size(), 1);
         QCOMPARE(e.field->toPlainText(), "a" + victory + "b");
         QCOMPARE(e.field->textCursor().position(), 3);
     }

@@ -55,11 +55,7 @@ private:
     bool connected() const { return w->session()->isConnected() && w->session()->isRegistered(); }
 
     // Another user of the server; connectAs() registers it.
-    RawIrcClient* user(const QString& nick)
-    {
-        m_users.append(new RawIrcClient(nick));
-        return m_users.last();
-    }
+    RawIrcClient* user(const QString& nick) { return m_users.emplaceBack(new RawIrcClient(nick)); }
 
     // Fills in the connect dialog as the user does and presses Connect (to
     // the test server unless `server` is given); the other users register
@@ -385,13 +381,9 @@ private slots:
 
         erin->sendLine("PRIVMSG privme :psst, hello");
         QVERIFY(shows("erin", "<erin> psst, hello"));
-        QVERIFY(w->session()->watchedNicks().contains("erin"));
         switchTo("erin");
-        type("hi erin");
-        QVERIFY(!erin->waitForLine("^:privme!\\S+ PRIVMSG erin :hi erin$").isEmpty());
-        type("/msg erin two  spaces");
-        QVERIFY(!erin->waitForLine("^:privme!\\S+ PRIVMSG erin :two  spaces$").isEmpty());
-        QVERIFY(rows("erin").contains("<privme> hi erin") && rows("erin").contains("<privme> two  spaces"));
+        type("hi  erin");
+        QVERIFY(!erin->waitForLine("^:privme!\\S+ PRIVMSG erin :hi  erin$").isEmpty() && rows("erin").contains("<privme> hi  erin"));
         QVERIFY(erin->quit("later"));
         QVERIFY(shows("erin", "<erin> quit (WATCH)"));
         QVERIFY(RawIrcClient::registerAll({ user("erin") }, m_server->host(), m_server->port()));
