@@ -341,7 +341,8 @@ private slots:
                  "Cannot send messages to Server tab." },
                  { "/l", "Server", "*** Please wait for registration to complete before using /list." },
                  { "/m bob hi  there", "bob", "hi  there" }, { "/J", "bob", "Unknown command: join" },
-                 { "/kick carl", "bob", "*** /kick works in a channel tab." }, { "/topic #a", "bob", "*** No topic is known for #a" } }) {
+                 { "/kick carl", "bob", "*** /kick works in a channel tab." },
+                 { "/topic #a", "bob", "*** No topic is known for #a" } }) {
             type(typed);
             QVERIFY(lastMessage(tab) == row && w->currentTabName == tab && w->inputLine->text() == (typed == "/J" ? typed : ""));
         }

@@ -86,12 +86,13 @@ private slots:
             { true, "bob", "http://a\uFDD0b\nc\uFFFC" + QString(QChar(0xD800)) + " x@y.zz", 0, "[t]\tbob  \t http://a b c ? x@y.zz",
                 "[t] <bob> http://a b c ? x@y.zz", { "http://a", "mailto:x@y.zz" } }, // one row, whatever breaks it holds
             { true, "bob", "\x03" "04red\x03 and \x02" "bold\x0f.", 0, "[t]\tbob  \t red and bold.", "[t] <bob> red and bold." },
-            { true, "bob", "see \x1fhttps://a.org/x\x1f ok", 0, "[t]\tbob  \t see https://a.org/x ok", "[t] <bob> see https://a.org/x ok",
-                { "https://a.org/x" } },
+            { true, "bob", "see \x1fhttps://a.org/x\x1f ok", 0, "[t]\tbob  \t see https://a.org/x ok",
+                "[t] <bob> see https://a.org/x ok", { "https://a.org/x" } },
             { true, "alice", "waves", BufferLine::Action, "[t]\t*  \t alice waves", "[t] * alice waves" },
             { false, "alice", "waves", BufferLine::Action, "[t]\t* alice waves", "[t] * alice waves" },
             { true, "", "-bob- hi", BufferLine::Notice, "[t]\t  \t -bob- hi", "[t] -bob- hi" },
-            { true, QString("mal") + QChar(0) + "lory", "a\x01" "b\x7f", 0, "[t]\tmal\u2400lory  \t a\u2401b\u2421", "[t] <mal\u2400lory> a\u2401b\u2421" },
+            { true, QString("mal") + QChar(0) + "lory", "a\x01" "b\x7f", 0, "[t]\tmal\u2400lory  \t a\u2401b\u2421",
+                "[t] <mal\u2400lory> a\u2401b\u2421" },
             { true, "\u202e" "evil", "x\u202ey", 0, "[t]\t\u202e" "evil  \t x\u202ey", "[t] <\u202e" "evil> x\u202ey" },
         };
         for (const Case& c : cases) {
