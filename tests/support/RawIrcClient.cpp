@@ -7,8 +7,6 @@
 RawIrcClient::RawIrcClient(const QString& nick, QObject* parent)
     : QObject(parent)
     , m_nick(nick)
-    , m_user(nick.left(10))
-    , m_real(nick)
 { }
 
 RawIrcClient::~RawIrcClient()
@@ -30,7 +28,7 @@ void RawIrcClient::connectToServer(const QString& host, quint16 port)
     m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
     // Written once the connection is up.
     sendLine(QStringLiteral("NICK ") + m_nick);
-    sendLine(QStringLiteral("USER ") + m_user + QStringLiteral(" 0 * :") + m_real);
+    sendLine(QStringLiteral("USER %1 0 * :%2").arg(m_nick.left(10), m_nick));
 }
 
 bool RawIrcClient::waitForRegistered(int timeoutMs)
@@ -60,9 +58,7 @@ bool RawIrcClient::isConnected() const
 
 void RawIrcClient::sendLine(const QString& line)
 {
-    if (!m_socket)
-        return;
-    m_socket->write(line.toUtf8() + "\r\n");
+    sendBytes(line.toUtf8() + "\r\n");
 }
 
 void RawIrcClient::sendBytes(const QByteArray& bytes)
@@ -74,19 +70,14 @@ void RawIrcClient::sendBytes(const QByteArray& bytes)
 QString RawIrcClient::waitForLine(const QRegularExpression& pattern, int timeoutMs)
 {
     QString found;
-    auto scan = [&] {
-        while (m_readPosition < m_lines.size()) {
-            const QString& line = m_lines.at(m_readPosition++);
-            if (pattern.match(line).hasMatch()) {
-                found = line;
-                return true;
-            }
+    const auto scan = [&] {
+        while (found.isEmpty() && m_readPosition < m_lines.size()) {
+            if (pattern.match(m_lines.at(m_readPosition++)).hasMatch())
+                found = m_lines.at(m_readPosition - 1);
         }
-        return false;
+        return !found.isEmpty();
     };
-    if (!scan() && !QTest::qWaitFor(scan, timeoutMs))
-        return QString();
-    return found;
+    return scan() || QTest::qWaitFor(scan, timeoutMs) ? found : QString();
 }
 
 bool RawIrcClient::sync(int timeoutMs)
@@ -108,12 +99,7 @@ bool RawIrcClient::join(const QString& channel, int timeoutMs)
 
 QStringList RawIrcClient::linesMatching(const QRegularExpression& pattern) const
 {
-    QStringList result;
-    for (const QString& line : m_lines) {
-        if (pattern.match(line).hasMatch())
-            result << line;
-    }
-    return result;
+    return m_lines.filter(pattern);
 }
 
 bool RawIrcClient::quit(const QString& reason, int timeoutMs)

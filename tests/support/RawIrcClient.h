@@ -22,9 +22,6 @@ public:
     explicit RawIrcClient(const QString& nick, QObject* parent = nullptr);
     ~RawIrcClient() override;
 
-    void setUserName(const QString& user) { m_user = user; }
-    void setRealName(const QString& real) { m_real = real; }
-
     // Connects and sends NICK and USER; returns at once.
     void connectToServer(const QString& host, quint16 port);
     // Waits for the welcome numeric (001). False on timeout, on a rejected
@@ -80,8 +77,6 @@ private:
     QStringList m_lines;
     int m_readPosition = 0;
     QString m_nick;
-    QString m_user;
-    QString m_real;
     bool m_registered = false;
     bool m_rejected = false;
     int m_syncCounter = 0;

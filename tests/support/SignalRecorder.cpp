@@ -1,26 +1,35 @@
 #include "SignalRecorder.h"
 
-#include "IRCConnection.h"
-
 #include <QMetaMethod>
+#include <QTest>
 
-SignalRecorder::SignalRecorder(IRCConnection* connection)
+SignalRecorder::SignalRecorder(QObject* source)
+    : m_meta(source->metaObject())
 {
-    const QMetaObject& meta = IRCConnection::staticMetaObject;
-    for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
-        if (meta.method(i).methodType() == QMetaMethod::Signal)
-            QMetaObject::connect(connection, i, this, QObject::staticMetaObject.methodCount() + i);
+    for (int i = QObject::staticMetaObject.methodCount(); i < m_meta->methodCount(); ++i) {
+        if (m_meta->method(i).methodType() == QMetaMethod::Signal)
+            QMetaObject::connect(source, i, this, QObject::staticMetaObject.methodCount() + i);
     }
 }
 
-QStringList SignalRecorder::entries(const QString& name) const
+QStringList SignalRecorder::of(const QStringList& names) const
 {
     QStringList found;
     for (const QString& entry : m_log) {
-        if (entry == name || entry.startsWith(name + QLatin1Char(':')))
+        if (names.contains(entry.section(QLatin1Char(':'), 0, 0)))
             found.append(entry);
     }
     return found;
+}
+
+bool SignalRecorder::waitFor(const QString& entry, int timeoutMs) const
+{
+    return QTest::qWaitFor([&] { return m_log.contains(entry); }, timeoutMs);
+}
+
+bool SignalRecorder::waitForCount(const QString& name, int count, int timeoutMs) const
+{
+    return QTest::qWaitFor([&] { return entries(name).size() >= count; }, timeoutMs);
 }
 
 int SignalRecorder::qt_metacall(QMetaObject::Call call, int id, void** args)
@@ -28,7 +37,7 @@ int SignalRecorder::qt_metacall(QMetaObject::Call call, int id, void** args)
     id = QObject::qt_metacall(call, id, args);
     if (id < 0 || call != QMetaObject::InvokeMetaMethod)
         return id;
-    const QMetaMethod signal = IRCConnection::staticMetaObject.method(id);
+    const QMetaMethod signal = m_meta->method(id);
     QStringList values;
     for (int i = 0; i < signal.parameterCount(); ++i) {
         const QVariant value(signal.parameterMetaType(i), args[i + 1]);
