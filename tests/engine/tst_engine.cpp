@@ -339,64 +339,56 @@ private slots:
     }
 
     // The message itself, where it holds more than the signals show (and the
-    // real server's lines do not reach). fields: source, target, text, then args.
-    void message_data()
-    {
-        QTest::addColumn<QString>("line");
-        QTest::addColumn<IrcMessage::Kind>("kind");
-        QTest::addColumn<QStringList>("fields");
-        QTest::addColumn<int>("number");
-        using K = IrcMessage::Kind;
-        const auto row = [](const char* name, const QString& line, K kind, const QStringList& fields,
-                             int number = 0) { QTest::newRow(name) << line << kind << fields << number; };
-        row("JOIN learns user@host", ":me!u@h.example JOIN #c", K::Join, { "me", "#c", "u@h.example" });
-        row("CAP LS continued", ":s CAP * LS * :sasl=PLAIN multi-prefix", K::Cap,
-            { "", "LS", "", "sasl=PLAIN", "multi-prefix" }, 1);
-        row("NOTICE", ":bob!b@h NOTICE #test :hi", K::Notice, { "bob", "#test", "hi", "b@h" });
-    }
-
+    // real server's lines do not reach): source, target, text, then args.
     void message()
     {
-        QFETCH(QString, line);
-        const IrcMessage message = IRCParser::parse(line);
-        QTEST(message.kind, "kind");
-        QTEST(QStringList({ message.source, message.target, message.text }) + message.args, "fields");
-        QTEST(message.number, "number");
+        using K = IrcMessage::Kind;
+        const struct
+        {
+            const char* line;
+            K kind;
+            QStringList fields;
+            int number;
+        } cases[] = {
+            { ":me!u@h.example JOIN #c", K::Join, { "me", "#c", "u@h.example" }, 0 },
+            { ":s CAP * LS * :sasl=PLAIN multi-prefix", K::Cap, { "", "LS", "", "sasl=PLAIN", "multi-prefix" }, 1 },
+            { ":bob!b@h NOTICE #test :hi", K::Notice, { "bob", "#test", "hi", "b@h" }, 0 },
+        };
+        for (const auto& c : cases) {
+            const IrcMessage m = IRCParser::parse(c.line);
+            QCOMPARE(m.kind, c.kind);
+            QCOMPARE(QStringList({ m.source, m.target, m.text }) + m.args, c.fields);
+            QCOMPARE(m.number, c.number);
+        }
     }
 
     // What the server says of itself in ISUPPORT: ranks (modes|symbols),
     // channel types, status message prefixes, network, case mapping, nick
     // and line length, WATCH and MONITOR, channel modes.
-    void isupport_data()
-    {
-        QTest::addColumn<QString>("tokens");
-        QTest::addColumn<QString>("support");
-        const QString defaults = "qaohv|~&@%+|#|~&@%+||rfc1459|0|512|0|0|beI,k,l,imnpst";
-        QTest::newRow("none") << "" << defaults;
-        QTest::newRow("all given") << "PREFIX=(Yov)!@+ CHANTYPES=#& STATUSMSG=@+ NETWORK=Test CASEMAPPING=ASCII "
-                                      "NICKLEN=16 LINELEN=1024 WATCH=64 MONITOR=10 CHANMODES=b,k,l,nt,X"
-                                   << "Yov|!@+|#&|@+|Test|ascii|16|1024|1|1|b,k,l,nt";
-        QTest::newRow("PREFIX of two ranks") << "PREFIX=(ov)@+"
-                                             << "ov|@+|#|~&@%+||rfc1459|0|512|0|0|beI,k,l,imnpst";
-        QTest::newRow("malformed ignored")
-            << "PREFIX=(ov)@ PREFIX=ov@+ LINELEN=200 CHANMODES=b,k" << defaults;
-        QTest::newRow("removed")
-            << "PREFIX=(ov)@+ NETWORK=Test WATCH=1 -PREFIX -NETWORK -WATCH LINELEN=100000"
-            << "qaohv|~&@%+|#|~&@%+||rfc1459|0|8191|0|0|beI,k,l,imnpst";
-    }
-
     void isupport()
     {
-        QFETCH(QString, tokens);
-        IRCConnection connection;
-        if (!tokens.isEmpty())
-            connection.handleMessage(IRCParser::parse(":irc.test 005 alice " + tokens + " :are supported"));
-        const IRCConnection::ServerSupport s = connection.serverSupport();
-        QTEST(QStringList({ s.prefixModes, s.prefixSymbols, s.chanTypes, s.statusMsg, s.network,
-                              s.caseMapping, QString::number(s.nickLen), QString::number(s.lineLen),
-                              QString::number(s.watch), QString::number(s.monitor), s.chanModes.join(',') })
-                  .join('|'),
-            "support");
+        const QString defaults = "qaohv|~&@%+|#|~&@%+||rfc1459|0|512|0|0|beI,k,l,imnpst";
+        const QList<QPair<QString, QString>> cases {
+            { "", defaults },
+            { "PREFIX=(Yov)!@+ CHANTYPES=#& STATUSMSG=@+ NETWORK=Test CASEMAPPING=ASCII NICKLEN=16 "
+              "LINELEN=1024 WATCH=64 MONITOR=10 CHANMODES=b,k,l,nt,X",
+                "Yov|!@+|#&|@+|Test|ascii|16|1024|1|1|b,k,l,nt" },
+            { "PREFIX=(ov)@+", "ov|@+|#|~&@%+||rfc1459|0|512|0|0|beI,k,l,imnpst" },
+            { "PREFIX=(ov)@ PREFIX=ov@+ LINELEN=200 CHANMODES=b,k", defaults }, // malformed: ignored
+            { "PREFIX=(ov)@+ NETWORK=Test WATCH=1 -PREFIX -NETWORK -WATCH LINELEN=100000",
+                "qaohv|~&@%+|#|~&@%+||rfc1459|0|8191|0|0|beI,k,l,imnpst" },
+        };
+        for (const auto& [tokens, support] : cases) {
+            IRCConnection connection;
+            if (!tokens.isEmpty())
+                connection.handleMessage(IRCParser::parse(":irc.test 005 alice " + tokens + " :are supported"));
+            const IRCConnection::ServerSupport s = connection.serverSupport();
+            QCOMPARE(QStringList({ s.prefixModes, s.prefixSymbols, s.chanTypes, s.statusMsg, s.network,
+                         s.caseMapping, QString::number(s.nickLen), QString::number(s.lineLen),
+                         QString::number(s.watch), QString::number(s.monitor), s.chanModes.join(',') })
+                         .join('|'),
+                support);
+        }
     }
 
     // Bytes as they arrive in separate reads, and the lines they make.
@@ -453,67 +445,54 @@ private slots:
     // What goes out before the server answers: PASS only for the server
     // password method, capabilities asked for first, the nick standing in for
     // an empty real name.
-    void registration_data()
-    {
-        QTest::addColumn<QString>("method");
-        QTest::addColumn<QString>("password");
-        QTest::addColumn<QString>("realName");
-        QTest::addColumn<QByteArray>("bytes");
-        const QByteArray plain = "CAP LS 302\r\nNICK bob\r\nUSER bob 0 * :Bob \xe2\x98\x83\r\n";
-        QTest::newRow("server password") << "Server Password (PASS)"
-                                         << "se cret"
-                                         << "Bob \u2603"
-                                         << "PASS :se cret\r\n" + plain;
-        QTest::newRow("server password, none given") << "Server Password (PASS)"
-                                                     << ""
-                                                     << "Bob \u2603" << plain;
-        QTest::newRow("empty real name")
-            << "None"
-            << ""
-            << "" << QByteArray("CAP LS 302\r\nNICK bob\r\nUSER bob 0 * :bob\r\n");
-    }
-
     void registration()
     {
-        QFETCH(QString, method);
-        QFETCH(QString, password);
-        QFETCH(QString, realName);
-        Wire w;
-        ServerConfig config;
-        config.authMethod = method;
-        config.password = password;
-        QVERIFY(w.start("bob", {}, config, realName));
-        QTest::qWait(100);
-        QTEST(w.greeting + w.peer.received(), "bytes");
-        QVERIFY(!w.connection.isRegistered());
+        const QByteArray plain = "CAP LS 302\r\nNICK bob\r\nUSER bob 0 * :Bob \xe2\x98\x83\r\n";
+        const struct
+        {
+            const char* method;
+            const char* password;
+            QString realName;
+            QByteArray bytes;
+        } cases[] = {
+            { "Server Password (PASS)", "se cret", "Bob \u2603", "PASS :se cret\r\n" + plain },
+            { "Server Password (PASS)", "", "Bob \u2603", plain },
+            { "None", "", "", "CAP LS 302\r\nNICK bob\r\nUSER bob 0 * :bob\r\n" },
+        };
+        for (const auto& c : cases) {
+            Wire w;
+            ServerConfig config;
+            config.authMethod = c.method;
+            config.password = c.password;
+            QVERIFY(w.start("bob", {}, config, c.realName));
+            QTest::qWait(100);
+            QCOMPARE(w.greeting + w.peer.received(), c.bytes);
+            QVERIFY(!w.connection.isRegistered());
+        }
     }
 
     // Text cut to a number of UTF-8 bytes: at spaces where possible, never
     // inside a character.
-    void splitText_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<int>("maxBytes");
-        QTest::addColumn<QStringList>("pieces");
-        QTest::newRow("fits") << "hello there" << 20 << QStringList { "hello there" };
-        QTest::newRow("at the last space") << "aa bb cc dd" << 7 << QStringList { "aa bb", "cc dd" };
-        QTest::newRow("space right at the end") << "abc def" << 3 << QStringList { "abc", "def" };
-        QTest::newRow("no space") << "abcdefgh" << 3 << QStringList { "abc", "def", "gh" };
-        QTest::newRow("lines, empty ones dropped")
-            << "one\r\ntwo\n\nthree\r" << 20 << QStringList { "one", "two", "three" };
-        QTest::newRow("two-byte characters")
-            << "\u00e9\u00e9\u00e9" << 3 << QStringList { "\u00e9", "\u00e9", "\u00e9" };
-        QTest::newRow("full to the byte") << "ab\u00e9cd" << 4 << QStringList { "ab\u00e9", "cd" };
-        QTest::newRow("surrogate pairs")
-            << "\U0001F600\U0001F600" << 5 << QStringList { "\U0001F600", "\U0001F600" };
-        QTest::newRow("nothing") << "\n\r\n" << 10 << QStringList();
-    }
-
     void splitText()
     {
-        QFETCH(QString, text);
-        QFETCH(int, maxBytes);
-        QTEST(IRCConnection::splitText(text, maxBytes), "pieces");
+        const struct
+        {
+            QString text;
+            int maxBytes;
+            QStringList pieces;
+        } cases[] = {
+            { "hello there", 20, { "hello there" } },
+            { "aa bb cc dd", 7, { "aa bb", "cc dd" } }, // at the last space
+            { "abc def", 3, { "abc", "def" } }, // a space right at the end
+            { "abcdefgh", 3, { "abc", "def", "gh" } },
+            { "one\r\ntwo\n\nthree\r", 20, { "one", "two", "three" } }, // lines, empty ones dropped
+            { "\u00e9\u00e9\u00e9", 3, { "\u00e9", "\u00e9", "\u00e9" } },
+            { "ab\u00e9cd", 4, { "ab\u00e9", "cd" } }, // full to the byte
+            { "\U0001F600\U0001F600", 5, { "\U0001F600", "\U0001F600" } },
+            { "\n\r\n", 10, {} },
+        };
+        for (const auto& c : cases)
+            QCOMPARE(IRCConnection::splitText(c.text, c.maxBytes), c.pieces);
     }
 
     void commandBytes_data()
@@ -616,27 +595,21 @@ private slots:
         QTest::addColumn<QString>("alt");
         QTest::addColumn<int>("size");
         QTest::addColumn<QStringList>("expectedAt"); // "index=candidate"
+        const auto row = [](const char* name, const QString& primary, const QString& alt, int size,
+                             const QStringList& at) { QTest::newRow(name) << primary << alt << size << at; };
         const QString p35 = "abcdefghijklmnopqrstuvwxyz012345678";
         const QString p28 = p35.left(28);
-        QTest::newRow("primary and alternative") << "bob"
-                                                 << "bobby" << 102
-                                                 << QStringList { "0=bob", "1=bobby", "2=bob_", "3=bob_1",
-                                                        "11=bob_9", "12=bob__10", "101=bob__99" };
-        QTest::newRow("no alternative")
-            << "bob"
-            << "" << 101 << QStringList { "0=bob", "1=bob_", "10=bob_9", "11=bob__10" };
-        QTest::newRow("alternative equals primary") << "bob"
-                                                    << "bob" << 101 << QStringList { "0=bob", "1=bob_" };
-        QTest::newRow("alternative equals a candidate")
-            << "bob"
-            << "bob__10" << 101 << QStringList { "0=bob", "1=bob__10", "2=bob_", "11=bob_9", "12=bob__11" };
-        QTest::newRow("primary 35 characters")
-            << p35 << "x" << 102
-            << QStringList { "0=" + p35, "1=x", "2=" + p35.left(29) + "_", "3=" + p35.left(28) + "_1",
-                   "12=" + p35.left(26) + "__10", "101=" + p35.left(26) + "__99" };
-        QTest::newRow("primary 28 characters")
-            << p28 << "" << 101
-            << QStringList { "1=" + p28 + "_", "2=" + p28 + "_1", "11=" + p28.left(26) + "__10" };
+        row("primary and alternative", "bob", "bobby", 102,
+            { "0=bob", "1=bobby", "2=bob_", "3=bob_1", "11=bob_9", "12=bob__10", "101=bob__99" });
+        row("no alternative", "bob", "", 101, { "0=bob", "1=bob_", "10=bob_9", "11=bob__10" });
+        row("alternative equals primary", "bob", "bob", 101, { "0=bob", "1=bob_" });
+        row("alternative equals a candidate", "bob", "bob__10", 101,
+            { "0=bob", "1=bob__10", "2=bob_", "11=bob_9", "12=bob__11" });
+        row("primary 35 characters", p35, "x", 102,
+            { "0=" + p35, "1=x", "2=" + p35.left(29) + "_", "3=" + p35.left(28) + "_1",
+                "12=" + p35.left(26) + "__10", "101=" + p35.left(26) + "__99" });
+        row("primary 28 characters", p28, "", 101,
+            { "1=" + p28 + "_", "2=" + p28 + "_1", "11=" + p28.left(26) + "__10" });
     }
 
     void nickCandidates()
@@ -763,8 +736,7 @@ private slots:
         QVERIFY(!w.connection.isRegistered());
         QVERIFY(!w.connection.isAway());
         QCOMPARE(w.connection.currentNick(), "carol");
-        QVERIFY(second.waitForLines(3));
-        QCOMPARE(second.received(), QByteArray("CAP LS 302\r\nNICK carol\r\nUSER carol 0 * :C D\r\n"));
+        QVERIFY(second.waitForReceived("NICK carol\r\nUSER carol 0 * :C D\r\n"));
         QTRY_VERIFY_WITH_TIMEOUT(w.connection.isConnected(), 10000);
         // Sleep stays inhibited once for both connections.
         const PlatformPower& power = w.connection.platformPower();
@@ -898,46 +870,29 @@ private slots:
         QCOMPARE(w.log({ "errorOccurred" }), QStringList());
     }
 
+    // A connection holds one lock of the login manager from connect to
+    // disconnect, and gives it back when it goes away while connected.
     void sleepLockThroughLoginManager()
     {
-        // Without a login manager only the bookkeeping is there to check.
-        const auto heldLocks = [this](int expected) {
-            return !m_loginManager
-                || QTest::qWaitFor([&] { return m_loginManager->heldLocks() == expected; }, 10000);
-        };
-        QVERIFY(heldLocks(0));
-        {
-            PlatformPower power;
-            power.inhibitSleep("Testing the lock");
-            power.inhibitSleep("again");
-            QCOMPARE(power.inhibitCount(), 1);
-            QVERIFY(heldLocks(1));
-            if (m_loginManager) {
-                QVERIFY(power.holdsSystemLock());
-                QCOMPARE(m_loginManager->calls().constLast(), "sleep|Quenvar|Testing the lock|block");
-            }
-            power.releaseSleep();
-            power.releaseSleep();
-            QCOMPARE(power.releaseCount(), 1);
-            QVERIFY(!power.holdsSystemLock());
-            QVERIFY(heldLocks(0));
-            // Going away while inhibiting gives the lock back as well.
-            power.inhibitSleep("Testing the lock");
-            QVERIFY(heldLocks(1));
-        }
-        QVERIFY(heldLocks(0));
         if (!m_loginManager)
             QSKIP(qPrintable("no private login manager: " + m_noLoginManager));
-
-        // A connection holds one lock from connect to disconnect.
-        const int callsBefore = int(m_loginManager->calls().size());
-        Wire w;
-        QVERIFY(w.start());
-        QCOMPARE(m_loginManager->calls().mid(callsBefore),
-            QStringList { "sleep|Quenvar|An IRC connection is open|block" });
-        QVERIFY(heldLocks(1));
-        w.connection.disconnectFromServer();
-        QVERIFY(heldLocks(0));
+        const auto held = [this](int count) {
+            return QTest::qWaitFor([&] { return m_loginManager->heldLocks() == count; }, 10000);
+        };
+        const qsizetype before = m_loginManager->calls().size();
+        {
+            Wire w;
+            QVERIFY(w.start());
+            QCOMPARE(m_loginManager->calls().mid(before), QStringList { "sleep|Quenvar|An IRC connection is open|block" });
+            QVERIFY(held(1));
+            w.connection.disconnectFromServer();
+            w.connection.disconnectFromServer();
+            QVERIFY(held(0));
+            w.connection.connectToServer(Host, w.peer.port(), "alice", QString(), false);
+            QVERIFY(held(1));
+        }
+        QVERIFY(held(0));
+        QCOMPARE(m_loginManager->calls().size(), before + 2);
     }
 };
 
