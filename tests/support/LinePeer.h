@@ -1,6 +1,5 @@
 #pragma once
 
-#include <QHostAddress>
 #include <QPointer>
 #include <QStringList>
 #include <QTcpServer>
@@ -22,13 +21,12 @@ public:
                     m_socket->deleteLater();
                 m_socket = next;
                 m_received.clear();
-                QObject::connect(next, &QTcpSocket::readyRead, &m_server, [this] { read(); });
+                QObject::connect(next, &QTcpSocket::readyRead, &m_server, [this] { received(); });
             }
         });
     }
 
     quint16 port() const { return m_server.serverPort(); }
-
     // Waits for the client's connection; true once accepted.
     bool accept(int timeoutMs = 10000)
     {
@@ -38,19 +36,19 @@ public:
     // The bytes received since connecting (or the last take or clear).
     QByteArray received()
     {
-        read();
+        if (m_socket)
+            m_received += m_socket->readAll();
         return m_received;
     }
     QByteArray takeReceived()
     {
-        read();
+        received();
         return std::exchange(m_received, {});
     }
     bool waitForReceived(const QByteArray& text, int timeoutMs = 10000)
     {
         return QTest::qWaitFor([&] { return received().contains(text); }, timeoutMs);
     }
-
     // The complete lines received, without their CR LF.
     QStringList lines()
     {
@@ -71,18 +69,15 @@ public:
     // Forgets the complete lines received so far.
     void clear()
     {
-        const qsizetype end = received().lastIndexOf("\r\n");
-        if (end >= 0)
-            m_received.remove(0, end + 2);
+        received();
+        m_received.remove(0, m_received.lastIndexOf('\n') + 1);
     }
 
     // Sends raw bytes (lines must carry their CR LF).
     void send(const QByteArray& bytes)
     {
-        if (m_socket) {
-            m_socket->write(bytes);
+        if (m_socket && m_socket->write(bytes) >= 0)
             m_socket->flush();
-        }
     }
     void close()
     {
@@ -97,12 +92,6 @@ public:
     }
 
 private:
-    void read()
-    {
-        if (m_socket)
-            m_received += m_socket->readAll();
-    }
-
     QTcpServer m_server;
     QPointer<QTcpSocket> m_socket;
     QByteArray m_received;
