@@ -62,17 +62,11 @@ public:
         return m_socket && m_socket->state() != QAbstractSocket::UnconnectedState
             && m_socket->state() != QAbstractSocket::ClosingState;
     }
-    bool isRegistered() const { return m_registered; }
-    // The nickname the server confirmed in 001 (the requested one before that).
-    QString nick() const { return m_nick; }
-
     // Sends one line; CR LF is appended.
-    void sendLine(const QString& line) { sendBytes(line.toUtf8() + "\r\n"); }
-    // Sends bytes exactly as given (for lines that are not UTF-8, or split writes).
-    void sendBytes(const QByteArray& bytes)
+    void sendLine(const QString& line)
     {
         if (m_socket)
-            m_socket->write(bytes);
+            m_socket->write(line.toUtf8() + "\r\n");
     }
     // Waits for the next unread line matching pattern and returns it (empty
     // on timeout). Lines before it are skipped and count as read.

@@ -27,9 +27,11 @@ struct WindowHarness
         peer = std::make_unique<LinePeer>();
         IRCConnection* connection = window->session()->connection();
         connection->connectToServer(QStringLiteral("127.0.0.1"), peer->port(), nick, QStringLiteral("Real Name"), false);
-        if (!peer->accept() || !QTest::qWaitFor([&] { return connection->isConnected(); }, 10000))
+        const bool greeted = peer->accept() && QTest::qWaitFor([&] {
+            return connection->isConnected() && !peer->linesStartingWith("USER ").isEmpty();
+        }, 10000);
+        if (!greeted)
             return false;
-        QTest::qWait(20);
         peer->clear();
         serverSays(":irc.test 005 " + nick.toUtf8() + " WATCH=128 :are supported");
         return true;

@@ -12,7 +12,6 @@
 #include "SignalRecorder.h"
 #include "TestMain.h"
 
-#include <QDateTime>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QSslConfiguration>
@@ -97,25 +96,17 @@ private:
     std::unique_ptr<QObject> m_scope; // owns each test's connections and clients
     QSslConfiguration m_defaultSsl;
 
-    Engine createEngine()
+    // A connection to the plain InspIRCd (its TLS port when tls), recorded.
+    Engine startEngine(const QString& nick, const QString& alt = QString(), const QString& realName = "Q Tester",
+        bool tls = false, const QString& host = Host)
     {
-        Engine e;
-        e.c = new IRCConnection(m_scope.get());
+        Engine e { new IRCConnection(m_scope.get()), nullptr };
         e.log = new SignalRecorder(e.c);
         e.log->setParent(e.c);
-        return e;
-    }
-
-    Engine startEngine(const QString& nick, const QString& alt = QString(), const QString& realName = "Quenvar Tester",
-        bool tls = false, InspircdServer* server = nullptr)
-    {
-        if (!server)
-            server = m_server.get();
-        Engine e = createEngine();
         ServerConfig config;
         config.altNickname = alt;
         e.c->setServerConfig(config);
-        e.c->connectToServer(server->host(), tls ? server->tlsPort() : server->port(), nick, realName, tls);
+        e.c->connectToServer(host, tls ? m_server->tlsPort() : m_server->port(), nick, realName, tls);
         return e;
     }
 
@@ -356,21 +347,12 @@ private slots:
         QVERIFY(sync(target));
 
         asker.c->sendWhois("whoised");
-        QVERIFY(asker.log->waitForCount("whoisEndReceived", 1));
-        QStringList whois = asker.events().filter(QRegularExpression("^whois"));
-        QCOMPARE(whois.size(), 7);
-        // Idle seconds, and the sign-on time (seconds since the epoch on the
-        // wire) as local date-time text.
-        const QStringList idle = whois.takeAt(5).split('|');
-        QCOMPARE(idle.value(0), "whoisIdleReceived:whoised");
-        QVERIFY2(QRegularExpression("^\\d{1,2}$").match(idle.value(1)).hasMatch(), qPrintable(idle.join(' ')));
-        const QDateTime signon = QDateTime::fromString(idle.value(2), Qt::ISODate);
-        QVERIFY2(signon.isValid() && qAbs(signon.secsTo(QDateTime::currentDateTime())) < 120, qPrintable(idle.join(' ')));
-        QCOMPARE(whois,
-            QStringList({ "whoisUserReceived:whoised|whoised|127.0.0.1|Who Is Real",
-                "whoisChannelsReceived:whoised|@" + channel, "whoisServerReceived:whoised|irc.test|Quenvar test server",
-                "whoisAwayReceived:whoised|out for lunch", "whoisOperatorReceived:whoised",
-                "whoisEndReceived:whoised|whoised" }));
+        QVERIFY(asker.log->waitFor("whoisEndReceived:whoised|whoised"));
+        // (The window's end-to-end test reads the whole summary.)
+        for (const QString& entry : QStringList { "whoisUserReceived:whoised|whoised|127.0.0.1|Who Is Real",
+                 "whoisChannelsReceived:whoised|@" + channel, "whoisAwayReceived:whoised|out for lunch",
+                 "whoisOperatorReceived:whoised" })
+            QVERIFY2(asker.events().contains(entry), qPrintable(entry));
 
         // A message to an away user brings the away text as a reply.
         asker.log->clear();
@@ -400,13 +382,7 @@ private slots:
         // Watching someone who is away from the network: "is offline" (605).
         e.c->sendWatch("watchee", true);
         QVERIFY(reported("watchee", false));
-        // Arriving (600) and leaving (601).
-        auto* watchee = new RawIrcClient("watchee", m_scope.get());
-        QVERIFY(RawIrcClient::registerAll({ watchee }, m_server->host(), m_server->port()));
-        QVERIFY(reported("watchee", true));
-        QVERIFY(watchee->quit());
-        QVERIFY(reported("watchee", false));
-        // A nick change into the watched name counts as arriving.
+        // A nick change into the watched name counts as arriving (600).
         renamer->sendLine("NICK watchee");
         QVERIFY(reported("watchee", true));
 
@@ -425,33 +401,6 @@ private slots:
         QVERIFY(e.log->entries("errorOccurred").isEmpty());
     }
 
-    void listCountsChannelsAndUsers()
-    {
-        auto* l1 = new RawIrcClient("lister1", m_scope.get());
-        auto* l2 = new RawIrcClient("lister2", m_scope.get());
-        auto* l3 = new RawIrcClient("lister3", m_scope.get());
-        Engine e = startEngine("listasker");
-        QVERIFY(RawIrcClient::registerAll({ l1, l2, l3 }, m_server->host(), m_server->port()));
-        QVERIFY(l1->join("#e2e-lista"));
-        l1->sendLine("TOPIC #e2e-lista :List topic, with: colons");
-        QVERIFY(l2->join("#e2e-lista"));
-        QVERIFY(l3->join("#e2e-listb"));
-        QVERIFY(l1->sync());
-        QVERIFY(e.log->waitFor("registered"));
-
-        e.log->clear();
-        e.c->sendRaw("LIST");
-        QVERIFY(e.log->waitFor("listEndReceived"));
-        const QStringList rows = e.log->entries("listChannelReceived");
-        QVERIFY(rows.contains("listChannelReceived:#e2e-lista|2|List topic, with: colons"));
-        QVERIFY(rows.contains("listChannelReceived:#e2e-listb|1|"));
-        int users = 0;
-        for (const QString& row : rows)
-            users += row.section('|', 1, 1).toInt();
-        const QString info = QStringLiteral("listInfoReceived:irc.test|%1|%2").arg(rows.size()).arg(users);
-        QCOMPARE(e.events(), (QStringList { "listStartReceived" } + rows + QStringList { info, "listEndReceived" }));
-    }
-
     void tlsReportsCertificateProblemsAndRegistersWhenTrusted()
     {
         RawIrcClient observer("tlsobs");
@@ -463,8 +412,7 @@ private slots:
             { "localhost", QSslError::HostNameMismatch },
         };
         for (const auto& [host, error] : refusals) {
-            Engine e = createEngine();
-            e.c->connectToServer(host, m_server->tlsPort(), "tlsrefused", "T", true);
+            Engine e = startEngine("tlsrefused", QString(), "T", true, host);
             QVERIFY(e.log->waitForCount("errorOccurred", 1));
             QCOMPARE(e.log->entries("errorOccurred").value(0),
                 "errorOccurred:" + QSslError(error, m_server->certificate()).errorString());
@@ -503,14 +451,12 @@ private slots:
         QTest::addColumn<QString>("account");
         QTest::addColumn<QString>("row");
         QTest::addColumn<bool>("loggedIn");
-        QTest::newRow("SASL as the nick") << "alice" << "SASL PLAIN" << "s3cret-pass" << "" << "*** Logged in with SASL."
-                                          << true;
-        QTest::newRow("SASL as another account") << "alice2" << "SASL PLAIN" << "s3cret-pass" << "alice"
-                                                 << "*** Logged in with SASL." << true;
-        QTest::newRow("SASL, wrong password")
-            << "alice3" << "SASL PLAIN" << "wrong-pass" << "alice"
+        const QString sasl = "SASL PLAIN", pass = "s3cret-pass", saslRow = "*** Logged in with SASL.";
+        QTest::newRow("SASL as the nick") << "alice" << sasl << pass << "" << saslRow << true;
+        QTest::newRow("SASL as another account") << "alice2" << sasl << pass << "alice" << saslRow << true;
+        QTest::newRow("SASL, wrong password") << "alice3" << sasl << "wrong-pass" << "alice"
             << "*** SASL login failed (SASL authentication failed); connecting without it." << false;
-        QTest::newRow("NickServ") << "alice4" << "NickServ (/msg NickServ IDENTIFY)" << "s3cret-pass" << "alice"
+        QTest::newRow("NickServ") << "alice4" << "NickServ (/msg NickServ IDENTIFY)" << pass << "alice"
                                   << "-NickServ- Password accepted - you are now recognized." << true;
         QTest::newRow("NickServ, wrong password") << "alice5" << "NickServ (/nickserv IDENTIFY)" << "nope-nope"
                                                   << "alice" << "-NickServ- Password incorrect." << false;
