@@ -56,7 +56,10 @@ private:
     std::unique_ptr<WindowHarness> h;
     MainWindow* w = nullptr;
 
-    QString shown(const QString& tab) const { return chatRows(w->network()->tabs.value(tab).chatView).join(QLatin1Char('\n')); }
+    QString shown(const QString& tab) const
+    {
+        return chatRows(w->network()->tabs.value(tab).chatView).join('\n');
+    }
 
     // After an attack: the window answers an ordinary line at once, and no
     // view holds a link but http, https and mailto.
@@ -112,8 +115,7 @@ private slots:
         h->serverSays(":bob!b@h PRIVMSG #calm :" + text);
         // One row, the text kept around the controls.
         const QString row = lastChatRow(w->network()->tabs.value("#calm").chatView);
-        QVERIFY(row.contains("start"));
-        QVERIFY(row.contains(" end"));
+        QVERIFY(row.contains("start") && row.contains(" end"));
         h->serverSays(":bob!b@h TOPIC #calm :x\n:irc.test 332 me #calm :" + text);
         QVERIFY(w->network()->tabs.value("#calm").topicLabel->text().contains("start"));
 

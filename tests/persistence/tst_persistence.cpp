@@ -79,12 +79,13 @@ private slots:
         QTest::addColumn<QStringList>("stored"); // "key=value", lists joined with ","
         const QString kept = "servers/irc.kept.example_6697/";
         QTest::newRow("server records") << "servers"
-            << QStringList { kept + "nickname=keeper", kept + "autojoin=#kept", kept + "address=irc.kept.example:6697",
-                   "servers/customList=irc.kept.example_6697", "servers/favorites=irc.kept.example_6697",
-                   "connection/history=irc.kept.example:6697",
-                   "servers/deletedDefaultServers=" + ServerStore::idFromAddress(ServerStore::defaultServers().first()) };
-        QTest::newRow("preferences applied") << "preferences"
-                                             << QStringList { "emojiSize=33", "theme=light", "timestampFormat=[HH:mm:ss]" };
+            << QStringList { kept + "nickname=keeper", kept + "autojoin=#kept",
+                   kept + "address=irc.kept.example:6697", "servers/customList=irc.kept.example_6697",
+                   "servers/favorites=irc.kept.example_6697", "connection/history=irc.kept.example:6697",
+                   "servers/deletedDefaultServers="
+                       + ServerStore::idFromAddress(ServerStore::defaultServers().first()) };
+        QTest::newRow("preferences applied")
+            << "preferences" << QStringList { "emojiSize=33", "theme=light", "timestampFormat=[HH:mm:ss]" };
         QTest::newRow("autojoin") << "autojoin"
                                   << QStringList { "servers/irc.kept.example_6667/autojoin=#kept",
                                          "servers/irc.kept.example_6667/nickname=keeper" };

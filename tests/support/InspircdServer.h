@@ -28,7 +28,10 @@ public:
     void setNetworkName(const QString& name) { m_env.insert("IRCD_NETWORK", name); }
     // Ports for the first launch attempt (0 = any free port); when one is
     // taken, start() carries on with free ports.
-    void setFirstPorts(quint16 plain, quint16 tls) { m_env.insert("IRCD_PORTS", QString("%1 %2").arg(plain).arg(tls)); }
+    void setFirstPorts(quint16 plain, quint16 tls)
+    {
+        m_env.insert("IRCD_PORTS", QString("%1 %2").arg(plain).arg(tls));
+    }
 
     // Starts the server and waits until both ports accept connections; false
     // (see errorString()) when it could not within timeoutMs.

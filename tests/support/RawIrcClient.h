@@ -47,7 +47,8 @@ public:
     }
     // Connect and register several clients at once; the server finishes
     // registrations on a one-second tick, so this is much faster than one by one.
-    static bool registerAll(const QList<RawIrcClient*>& clients, const QString& host, quint16 port, int timeoutMs = 10000)
+    static bool registerAll(
+        const QList<RawIrcClient*>& clients, const QString& host, quint16 port, int timeoutMs = 10000)
     {
         for (RawIrcClient* client : clients)
             client->connectToServer(host, port);
@@ -98,8 +99,9 @@ public:
     bool join(const QString& channel, int timeoutMs = 10000)
     {
         sendLine("JOIN " + channel);
-        const QString endOfNames = "^:\\S+ 366 \\S+ " + QRegularExpression::escape(channel) + ' ';
-        return !waitForLine(QRegularExpression(endOfNames, QRegularExpression::CaseInsensitiveOption), timeoutMs).isEmpty();
+        const QRegularExpression endOfNames("^:\\S+ 366 \\S+ " + QRegularExpression::escape(channel) + ' ',
+            QRegularExpression::CaseInsensitiveOption);
+        return !waitForLine(endOfNames, timeoutMs).isEmpty();
     }
     // Marks every line received so far as read.
     void skipReceived() { m_readPosition = int(m_lines.size()); }

@@ -52,7 +52,8 @@ public:
         QStringList values;
         for (int i = 0; i < signal.parameterCount(); ++i) {
             const QVariant value(signal.parameterMetaType(i), args[i + 1]);
-            values << (value.typeId() == QMetaType::QStringList ? value.toStringList().join(',') : value.toString());
+            const bool list = value.typeId() == QMetaType::QStringList;
+            values << (list ? value.toStringList().join(',') : value.toString());
         }
         const QString name = QString::fromLatin1(signal.name());
         m_log << (values.isEmpty() ? name : name + ':' + values.join('|'));

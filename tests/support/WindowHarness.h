@@ -26,7 +26,7 @@ struct WindowHarness
     {
         peer = std::make_unique<LinePeer>();
         IRCConnection* connection = window->session()->connection();
-        connection->connectToServer(QStringLiteral("127.0.0.1"), peer->port(), nick, QStringLiteral("Real Name"), false);
+        connection->connectToServer("127.0.0.1", peer->port(), nick, "Real Name", false);
         const bool greeted = peer->accept() && QTest::qWaitFor([&] {
             return connection->isConnected() && !peer->linesStartingWith("USER ").isEmpty();
         }, 10000);

@@ -25,28 +25,12 @@ namespace {
 const int kTimeout = 15000;
 const QString Host = QStringLiteral("127.0.0.1");
 
-// Words to 2,000 characters, so that the pieces a long message is cut into
-// join with spaces into the whole of it.
-QString longText()
-{
-    QString text;
-    for (int i = 0; text.size() < 2000; ++i)
-        text += QStringLiteral("w%1%2 ").arg(i).arg(QString(i % 7, QChar(u'\u00e9')));
-    return text.left(2000).trimmed();
-}
-
 // What a raw client received of messages to target from nick, in order.
 QStringList messagesTo(const RawIrcClient& client, const QString& nick, const QString& target)
 {
-    QStringList texts;
-    const QRegularExpression pattern(QStringLiteral("^(@\\S+ )?:%1!\\S+ PRIVMSG %2 :(.*)$")
-                                         .arg(QRegularExpression::escape(nick), QRegularExpression::escape(target)));
-    for (const QString& line : client.receivedLines()) {
-        const QRegularExpressionMatch match = pattern.match(line);
-        if (match.hasMatch())
-            texts << match.captured(2);
-    }
-    return texts;
+    const QRegularExpression pattern("^(@\\S+ )?:" + QRegularExpression::escape(nick) + "!\\S+ PRIVMSG "
+        + QRegularExpression::escape(target) + " :");
+    return client.linesMatching(pattern).replaceInStrings(pattern, "");
 }
 
 // The signals these tests follow (raw lines, server texts and notices aside).
@@ -124,7 +108,8 @@ private:
 
     // A session connected with a record of nick and the given login.
     static std::unique_ptr<Session> connectAs(quint16 port, const QString& nick, const QString& method = "None",
-        const QString& password = QString(), const QString& account = QString(), const QString& realName = "Q Tester")
+        const QString& password = QString(), const QString& account = QString(),
+        const QString& realName = "Q Tester")
     {
         ServerConfig config;
         config.nickname = nick;
@@ -142,7 +127,8 @@ private:
         return QTest::qWaitFor(
             [&] {
                 const QList<BufferLine> lines = session->lines(buffer);
-                return std::any_of(lines.cbegin(), lines.cend(), [&](const BufferLine& l) { return l.text.contains(text); });
+                return std::any_of(
+                    lines.cbegin(), lines.cend(), [&](const BufferLine& l) { return l.text.contains(text); });
             },
             kTimeout);
     }
@@ -216,7 +202,8 @@ private slots:
         const QList<Case> cases {
             { "fbtwo", "fbtwoalt", { "fbtwo", "fbtwoalt" }, { "fbtwo", "fbtwoalt", "fbtwo_" } },
             { "fbthree", "", { "fbthree" }, { "fbthree", "fbthree_" } },
-            { "fbfour", "fbfouralt", { "fbfour", "fbfouralt", "fbfour_" }, { "fbfour", "fbfouralt", "fbfour_", "fbfour_1" } },
+            { "fbfour", "fbfouralt", { "fbfour", "fbfouralt", "fbfour_" },
+                { "fbfour", "fbfouralt", "fbfour_", "fbfour_1" } },
             // The suffix replaces the end of a nick of the longest length.
             { thirty, "", { thirty }, { thirty, thirty.left(29) + '_' } },
         };
@@ -264,7 +251,8 @@ private slots:
         // sends the topic and the names, and our NAMES gets them a second time.
         const QString names = "namesList:" + channel + "|@jowner,joiner";
         QCOMPARE(e.events().mid(2),
-            QStringList({ "joinReceived:joiner|" + channel, "topicReceived:" + channel + "|Topic with ümlauts and :colons",
+            QStringList({ "joinReceived:joiner|" + channel,
+                "topicReceived:" + channel + "|Topic with ümlauts and :colons",
                 names, "namesListFinished:" + channel, names, "namesListFinished:" + channel }));
         QCOMPARE(owner.waitForLine(" JOIN "), ":joiner!joiner@127.0.0.1 JOIN :#e2e-join");
 
@@ -321,8 +309,10 @@ private slots:
             alice.c->sendPrivmsg(channel, text);
             bob.c->sendPrivmsg("talkalice", text);
             bob.c->sendPrivmsg(channel, text);
-            toBob << "privmsgReceived:talkalice|talkalice|" + text << "privmsgReceived:talkalice|" + channel + '|' + text;
-            toAlice << "privmsgReceived:talkbob|talkbob|" + text << "privmsgReceived:talkbob|" + channel + '|' + text;
+            toBob << "privmsgReceived:talkalice|talkalice|" + text
+                  << "privmsgReceived:talkalice|" + channel + '|' + text;
+            toAlice << "privmsgReceived:talkbob|talkbob|" + text
+                    << "privmsgReceived:talkbob|" + channel + '|' + text;
         }
         QVERIFY(alice.log->waitForCount("privmsgReceived", toAlice.size()));
         QVERIFY(bob.log->waitForCount("privmsgReceived", toBob.size()));
@@ -364,7 +354,8 @@ private slots:
         asker.c->sendWhois("nobodyhere");
         QVERIFY(asker.log->waitFor("whoisEndReceived:nobodyhere|nobodyhere"));
         QCOMPARE(asker.events(), QStringList { "whoisEndReceived:nobodyhere|nobodyhere" });
-        QCOMPARE(asker.log->entries("errorReplyReceived"), QStringList { "errorReplyReceived:401|nobodyhere|No such nick" });
+        QCOMPARE(asker.log->entries("errorReplyReceived"),
+            QStringList { "errorReplyReceived:401|nobodyhere|No such nick" });
     }
 
     void watchReportsOnlineAndOffline()
@@ -433,11 +424,13 @@ private slots:
         observer.sendLine("WHOIS tlsrefused");
         QVERIFY(!observer.waitForLine(" 401 tlsobs tlsrefused ").isEmpty());
         observer.sendLine("WHOIS tlsuser");
-        QCOMPARE(observer.waitForLine(" 671 tlsobs tlsuser "), ":irc.test 671 tlsobs tlsuser :is using a secure connection");
+        QCOMPARE(observer.waitForLine(" 671 tlsobs tlsuser "),
+            ":irc.test 671 tlsobs tlsuser :is using a secure connection");
         observer.sendLine("PRIVMSG tlsuser :over TLS ✓");
         QVERIFY(e.log->waitFor("privmsgReceived:tlsobs|tlsobs|over TLS ✓"));
         e.c->sendPrivmsg("tlsobs", "and back ✓");
-        QCOMPARE(observer.waitForLine(" PRIVMSG tlsobs "), ":tlsuser!tlsuser@127.0.0.1 PRIVMSG tlsobs :and back ✓");
+        QCOMPARE(
+            observer.waitForLine(" PRIVMSG tlsobs "), ":tlsuser!tlsuser@127.0.0.1 PRIVMSG tlsobs :and back ✓");
     }
 
 
@@ -520,7 +513,11 @@ private slots:
         session->openBuffer("ngpeer");
         QVERIFY(session->watchedNicks().isEmpty());
 
-        const QString text = longText();
+        // Words to 2,000 characters: the pieces it is cut into join with spaces into the whole.
+        QString text;
+        for (int i = 0; text.size() < 2000; ++i)
+            text += QStringLiteral("w%1%2 ").arg(i).arg(QString(i % 7, QChar(u'\u00e9')));
+        text = text.left(2000).trimmed();
         session->sendMessage("&local", text);
         QVERIFY(QTest::qWaitFor([&] { return messagesTo(peer, "ngme", "&local").join(' ') == text; }, kTimeout));
         QVERIFY(session->isConnected());
