@@ -496,8 +496,8 @@ private slots:
                 c.sendPrivmsg("#test", QString(500, 'a'));
             });
         row("privmsg cut before a character that does not fit",
-            "PRIVMSG #test :" + QByteArray(412, 'a') + "\r\nPRIVMSG #test :\xe2\x98\x83z\r\n",
-            privmsg(QString(412, 'a') + "\u2603z"));
+            "PRIVMSG #test :" + QByteArray(411, 'a') + "\r\nPRIVMSG #test :\xe2\x98\x83z\r\n",
+            privmsg(QString(411, 'a') + "\u2603z")); // one byte short of the snowman's three
         // Online notification as the server offers it (WATCH, preferred, end to end).
         const auto watch = [](const char* offered, const QString& nick, bool add) {
             return [=](IRCConnection& c) {
