@@ -7,7 +7,13 @@ QUENVAR_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 # end-to-end tests start, openssl for their certificates, an X server for
 # looking at the program, fonts so that text renders the same everywhere).
 QUENVAR_BUILD_PACKAGES="cmake g++ make pkg-config qt6-base-dev qt6-base-dev-tools qt6-svg-dev libgl-dev libxcb1-dev fonts-dejavu-core fonts-noto-color-emoji"
-QUENVAR_TEST_PACKAGES="inspircd ngircd openssl python3 xvfb xauth"
+# The tests also check the installed desktop entry and metainfo
+# (desktop-file-utils, appstream) and the Debian package (dpkg-dev).
+QUENVAR_TEST_PACKAGES="inspircd ngircd openssl python3 xvfb xauth desktop-file-utils appstream dpkg-dev"
+# The offline demo (scripts/run --demo): its IRC server and chatty peers.
+QUENVAR_DEMO_PACKAGES="inspircd python3"
+# Making the Debian package (scripts/package): dpkg-shlibdeps.
+QUENVAR_PACKAGE_PACKAGES="dpkg-dev"
 # Installed without the packages they recommend: the keyring library would
 # bring a desktop's keyring and GTK, anope a mail server. The tests run their
 # own gnome-keyring on a private session bus.

@@ -122,8 +122,19 @@ void SessionLog::setTarget(bool enabled, const QString& folder)
     QMetaObject::invokeMethod(writer, [writer] { writer->reset(); }, Qt::QueuedConnection);
 }
 
+namespace {
+QString chosenDefaultFolder;
+} // namespace
+
+void SessionLog::setDefaultFolder(const QString& folder)
+{
+    chosenDefaultFolder = folder;
+}
+
 QString SessionLog::defaultFolder()
 {
+    if (!chosenDefaultFolder.isEmpty())
+        return chosenDefaultFolder;
     const QString data = QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation);
     return data.isEmpty() ? QString() : QDir(data).filePath(QStringLiteral("logs"));
 }

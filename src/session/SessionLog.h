@@ -35,8 +35,11 @@ public:
     bool isActive() const { return m_enabled && !m_folder.isEmpty(); }
     // enabled false writes nothing; an empty folder is defaultFolder().
     void setTarget(bool enabled, const QString& folder);
-    // Where logs go when no folder is chosen: "logs" in the application's data folder.
+    // Where logs go when no folder is chosen: "logs" in the application's
+    // data folder, unless another one was set (the settings are kept
+    // elsewhere).
     static QString defaultFolder();
+    static void setDefaultFolder(const QString& folder);
     // What becomes of a row's text before it is written (formatting codes
     // taken out, say).
     void setTextFilter(std::function<QString(const QString&)> filter) { m_filter = std::move(filter); }
