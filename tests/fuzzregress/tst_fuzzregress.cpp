@@ -10,59 +10,47 @@
 #include <QFile>
 #include <QTest>
 
-namespace {
-
 using Entry = void (*)(const uint8_t*, size_t);
-
-QString fuzzDir()
-{
-    return QDir::cleanPath(QStringLiteral(QUENVAR_TEST_SUPPORT_DIR "/../../fuzz"));
-}
-
-// One row per file of fuzz/<kind>/<target>/.
-void addRows(const QString& target)
-{
-    QTest::addColumn<QString>("path");
-    int rows = 0;
-    for (const QString& kind : { QStringLiteral("regressions"), QStringLiteral("corpus") }) {
-        const QDir dir(fuzzDir() + QLatin1Char('/') + kind + QLatin1Char('/') + target);
-        const QStringList files = dir.entryList(QDir::Files, QDir::Name);
-        for (const QString& file : files) {
-            QTest::newRow(qPrintable(kind + QLatin1Char('/') + file)) << dir.filePath(file);
-            ++rows;
-        }
-    }
-    if (rows == 0)
-        QTest::newRow("no inputs") << QString();
-}
-
-void replay(Entry entry)
-{
-    QFETCH(QString, path);
-    QVERIFY2(!path.isEmpty(), "no regression or corpus inputs found");
-    QFile file(path);
-    QVERIFY2(file.open(QIODevice::ReadOnly), qPrintable(path));
-    const QByteArray bytes = file.readAll();
-    entry(reinterpret_cast<const uint8_t*>(bytes.constData()), size_t(bytes.size()));
-}
-
-} // namespace
+Q_DECLARE_METATYPE(Entry)
 
 class TestFuzzRegressions : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void parser_data() { addRows(QStringLiteral("parser")); }
-    void parser() { replay(QuenvarFuzz::parserInput); }
-    void framing_data() { addRows(QStringLiteral("framing")); }
-    void framing() { replay(QuenvarFuzz::framingInput); }
-    void irctext_data() { addRows(QStringLiteral("irctext")); }
-    void irctext() { replay(QuenvarFuzz::irctextInput); }
-    void links_data() { addRows(QStringLiteral("links")); }
-    void links() { replay(QuenvarFuzz::linksInput); }
-    void inputcommand_data() { addRows(QStringLiteral("inputcommand")); }
-    void inputcommand() { replay(QuenvarFuzz::inputCommandInput); }
+    // One row per file of fuzz/<kind>/<target>/.
+    void replay_data()
+    {
+        QTest::addColumn<Entry>("entry");
+        QTest::addColumn<QString>("path");
+        const QList<QPair<QString, Entry>> targets { { "parser", QuenvarFuzz::parserInput },
+            { "framing", QuenvarFuzz::framingInput }, { "irctext", QuenvarFuzz::irctextInput },
+            { "links", QuenvarFuzz::linksInput }, { "inputcommand", QuenvarFuzz::inputCommandInput } };
+        for (const auto& [target, entry] : targets) {
+            int rows = 0;
+            for (const QString kind : { "regressions", "corpus" }) {
+                const QDir dir(QStringLiteral(QUENVAR_TEST_SUPPORT_DIR "/../../fuzz/%1/%2").arg(kind, target));
+                for (const QString& file : dir.entryList(QDir::Files, QDir::Name)) {
+                    QTest::addRow("%s/%s/%s", qPrintable(target), qPrintable(kind), qPrintable(file))
+                        << entry << dir.filePath(file);
+                    ++rows;
+                }
+            }
+            if (rows == 0)
+                QTest::addRow("%s: no inputs", qPrintable(target)) << entry << QString();
+        }
+    }
+
+    void replay()
+    {
+        QFETCH(Entry, entry);
+        QFETCH(QString, path);
+        QVERIFY2(!path.isEmpty(), "no regression or corpus inputs found");
+        QFile file(path);
+        QVERIFY2(file.open(QIODevice::ReadOnly), qPrintable(path));
+        const QByteArray bytes = file.readAll();
+        entry(reinterpret_cast<const uint8_t*>(bytes.constData()), size_t(bytes.size()));
+    }
 };
 
 QUENVAR_TEST_MAIN(TestFuzzRegressions)

@@ -5,12 +5,7 @@
 
 #include "ChannelListModel.h"
 #include "ChatRows.h"
-#include "ChatView.h"
-#include "IRCConnection.h"
-#include "MainWindow.h"
-#include "NetworkView.h"
 #include "MemberListView.h"
-#include "Session.h"
 #include "MyTabWidget.h"
 #include "TestMain.h"
 #include "WindowHarness.h"
@@ -20,23 +15,16 @@
 #include <QLineEdit>
 #include <QRegularExpression>
 #include <QSettings>
-#include <QSignalSpy>
-#include <QTextBlock>
-#include <QTextDocument>
 
 namespace {
 
-// Resident memory of this process in KiB (-1 where /proc is missing).
+// Resident memory of this process in KiB (0 where /proc is missing).
 long rssKb()
 {
     QFile file(QStringLiteral("/proc/self/status"));
-    if (!file.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray& line : file.readAll().split('\n')) {
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLong();
-    }
-    return -1;
+    return file.open(QIODevice::ReadOnly)
+        ? QRegularExpression("VmRSS:\\s*(\\d+)").match(QString::fromLatin1(file.readAll())).captured(1).toLong()
+        : 0;
 }
 
 // Whether memory grew by less than kb since `before`. AddressSanitizer's
@@ -48,10 +36,9 @@ bool grewLessThan(long before, long kb)
     kb *= 4;
 #endif
     const long growth = rssKb() - before;
-    if (growth < kb)
-        return true;
-    qWarning("resident memory grew by %ld KiB", growth);
-    return false;
+    if (growth >= kb)
+        qWarning("resident memory grew by %ld KiB", growth);
+    return growth < kb;
 }
 
 bool isSafeLink(const QString& target)
@@ -69,7 +56,10 @@ private:
     std::unique_ptr<WindowHarness> h;
     MainWindow* w = nullptr;
 
-    QString shown(const QString& tab) const { return chatRows(w->network()->tabs.value(tab).chatView).join(QLatin1Char('\n')); }
+    QString shown(const QString& tab) const
+    {
+        return chatRows(w->network()->tabs.value(tab).chatView).join('\n');
+    }
 
     // After an attack: the window answers an ordinary line at once, and no
     // view holds a link but http, https and mailto.
@@ -106,14 +96,11 @@ private slots:
     void megabyteLineWithoutAnEnd()
     {
         const long before = rssKb();
-        QSignalSpy errors(w->session()->connection(), &IRCConnection::errorOccurred);
         h->peer->send(QByteArray(1024 * 1024, 'A'));
-        QTRY_COMPARE_WITH_TIMEOUT(errors.size(), 1, 10000);
         // Ended at last: the rest of the monster goes, the next line counts.
         h->peer->send("AAAA\r\n");
         stillWorks();
-        QCOMPARE(errors.size(), 1);
-        QVERIFY(shown("Server").contains("longer than 64 KiB"));
+        QCOMPARE(shown("Server").count("longer than 64 KiB"), 1);
         QVERIFY(grewLessThan(before, 32 * 1024));
     }
 
@@ -128,8 +115,7 @@ private slots:
         h->serverSays(":bob!b@h PRIVMSG #calm :" + text);
         // One row, the text kept around the controls.
         const QString row = lastChatRow(w->network()->tabs.value("#calm").chatView);
-        QVERIFY(row.contains("start"));
-        QVERIFY(row.contains(" end"));
+        QVERIFY(row.contains("start") && row.contains(" end"));
         h->serverSays(":bob!b@h TOPIC #calm :x\n:irc.test 332 me #calm :" + text);
         QVERIFY(w->network()->tabs.value("#calm").topicLabel->text().contains("start"));
 
@@ -187,10 +173,9 @@ private slots:
     void hundredThousandCharacterNick()
     {
         // Longer than any line may be: dropped whole, reported once.
-        QSignalSpy errors(w->session()->connection(), &IRCConnection::errorOccurred);
         h->peer->send(":" + QByteArray(100000, 'n') + "!u@h PRIVMSG #calm :too long\r\n");
-        QTRY_COMPARE_WITH_TIMEOUT(errors.size(), 1, 10000);
         stillWorks();
+        QCOMPARE(shown("Server").count("longer than 64 KiB"), 1);
         QVERIFY(!shown("#calm").contains("too long"));
 
         // As long as a line can be: shown cut, in a private tab of its own.

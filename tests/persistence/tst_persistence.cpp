@@ -4,16 +4,13 @@
 // killed with SIGKILL, without any chance to flush. The parent reads the store
 // file back.
 
-#include "ConnectDialog.h"
 #include "IRCConnection.h"
 #include "MainWindow.h"
-#include "Session.h"
 #include "PreferencesDialog.h"
 #include "ServerStore.h"
+#include "Session.h"
 #include "TestMain.h"
 
-#include <QCheckBox>
-#include <QComboBox>
 #include <QDialogButtonBox>
 #include <QProcess>
 #include <QPushButton>
@@ -36,67 +33,22 @@ void savedAndWait()
         QTest::qWait(1000);
 }
 
-} // namespace
-
-class TestPersistence : public QObject
+// The children's changes, by name.
+void runScenario(const QByteArray& name)
 {
-    Q_OBJECT
-
-private:
-    // Runs this executable's test function `scenario` as the child, kills it
-    // once it has saved, and returns its store (empty path when it failed).
-    QString runAndKill(const QString& scenario, QTemporaryDir& config)
-    {
-        QProcess child;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(ScenarioVariable, scenario);
-        env.insert("QUENVAR_TEST_CONFIG_HOME", config.path());
-        env.insert("QT_QPA_PLATFORM", "offscreen");
-        child.setProcessEnvironment(env);
-        child.start(QCoreApplication::applicationFilePath(), { scenario });
-        if (!child.waitForStarted(10000))
-            return QString();
-        QByteArray output;
-        QElapsedTimer clock;
-        clock.start();
-        while (!output.contains("SAVED") && clock.elapsed() < 60000 && child.state() == QProcess::Running) {
-            child.waitForReadyRead(100);
-            output += child.readAllStandardOutput();
-        }
-        if (!output.contains("SAVED")) {
-            qWarning("child: %s %s", output.constData(), child.readAllStandardError().constData());
-            return QString();
-        }
-        child.kill(); // SIGKILL: no destructors, no flushing
-        child.waitForFinished(10000);
-        return config.path() + "/Quenvar/Quenvar.conf";
-    }
-
-    bool isChild(const char* scenario) const { return qgetenv(ScenarioVariable) == scenario; }
-
-private slots:
-    // ---- The children --------------------------------------------------------
-
-    void childServers()
-    {
-        if (!isChild("childServers"))
-            QSKIP("runs as the killed child only");
+    if (name == "servers") {
         ServerConfig config;
-        config.nickname = QStringLiteral("keeper");
-        config.autojoinChannels = QStringList { QStringLiteral("#kept") };
-        ServerStore::saveServerConfig(QStringLiteral("irc.kept.example_6697"), config);
-        ServerStore::saveServerList({ QStringLiteral("irc.kept.example:6697") });
-        ServerStore::saveFavorites({ QStringLiteral("irc.kept.example_6697") });
+        config.nickname = "keeper";
+        config.autojoinChannels = QStringList { "#kept" };
+        ServerStore::saveServerConfig("irc.kept.example_6697", config);
+        ServerStore::saveServerList({ "irc.kept.example:6697" });
+        ServerStore::saveFavorites({ "irc.kept.example_6697" });
         ServerStore::saveDeletedDefaults({ ServerStore::idFromAddress(ServerStore::defaultServers().first()) });
-        ServerStore::recordHistory(QStringLiteral("irc.kept.example:6697"));
+        ServerStore::recordHistory("irc.kept.example:6697");
         savedAndWait();
     }
-
-    void childPreferences()
-    {
-        if (!isChild("childPreferences"))
-            QSKIP("runs as the killed child only");
-        MainWindow window(nullptr, MainWindow::Startup::Quiet);
+    MainWindow window(nullptr, MainWindow::Startup::Quiet);
+    if (name == "preferences") {
         auto* dialog = new PreferencesDialog(&window);
         dialog->show();
         for (QSpinBox* spin : dialog->findChildren<QSpinBox*>()) {
@@ -104,64 +56,68 @@ private slots:
                 spin->setValue(33);
         }
         dialog->findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Apply)->click();
-        savedAndWait();
-    }
-
-    void childAutojoin()
-    {
-        if (!isChild("childAutojoin"))
-            QSKIP("runs as the killed child only");
-        MainWindow window(nullptr, MainWindow::Startup::Quiet);
-        window.session()->setServerId(QStringLiteral("irc.kept.example_6667"));
+    } else if (name == "autojoin") {
+        window.session()->setServerId("irc.kept.example_6667");
         ServerConfig config;
-        config.nickname = QStringLiteral("keeper");
+        config.nickname = "keeper";
         window.session()->connection()->setServerConfig(config);
-        window.session()->setAutojoin(QStringLiteral("kept"), true);
-        savedAndWait();
+        window.session()->setAutojoin("kept", true);
+    }
+    savedAndWait();
+}
+
+} // namespace
+
+class TestPersistence : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void survivesAKill_data()
+    {
+        QTest::addColumn<QString>("scenario");
+        QTest::addColumn<QStringList>("stored"); // "key=value", lists joined with ","
+        const QString kept = "servers/irc.kept.example_6697/";
+        QTest::newRow("server records") << "servers"
+            << QStringList { kept + "nickname=keeper", kept + "autojoin=#kept",
+                   kept + "address=irc.kept.example:6697", "servers/customList=irc.kept.example_6697",
+                   "servers/favorites=irc.kept.example_6697", "connection/history=irc.kept.example:6697",
+                   "servers/deletedDefaultServers="
+                       + ServerStore::idFromAddress(ServerStore::defaultServers().first()) };
+        QTest::newRow("preferences applied")
+            << "preferences" << QStringList { "emojiSize=33", "theme=light", "timestampFormat=[HH:mm:ss]" };
+        QTest::newRow("autojoin") << "autojoin"
+                                  << QStringList { "servers/irc.kept.example_6667/autojoin=#kept",
+                                         "servers/irc.kept.example_6667/nickname=keeper" };
     }
 
-    // ---- The parent ------------------------------------------------------------
-
-    void serverStoreSurvivesAKill()
+    void survivesAKill()
     {
         if (qEnvironmentVariableIsSet(ScenarioVariable))
-            QSKIP("child run");
+            runScenario(qgetenv(ScenarioVariable)); // never returns
+        QFETCH(QString, scenario);
+        QFETCH(QStringList, stored);
         QTemporaryDir config;
-        const QString file = runAndKill("childServers", config);
-        QVERIFY(!file.isEmpty());
-        QSettings store(file, QSettings::IniFormat);
-        QCOMPARE(store.value("servers/irc.kept.example_6697/nickname").toString(), QStringLiteral("keeper"));
-        QCOMPARE(store.value("servers/irc.kept.example_6697/autojoin").toStringList(), QStringList { "#kept" });
-        QCOMPARE(store.value("servers/irc.kept.example_6697/address").toString(), QStringLiteral("irc.kept.example:6697"));
-        QCOMPARE(store.value("servers/customList").toStringList(), QStringList { "irc.kept.example_6697" });
-        QCOMPARE(store.value("servers/favorites").toStringList(), QStringList { "irc.kept.example_6697" });
-        QCOMPARE(store.value("servers/deletedDefaultServers").toStringList().size(), 1);
-        QCOMPARE(store.value("connection/history").toStringList(), QStringList { "irc.kept.example:6697" });
-    }
+        QProcess child;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(ScenarioVariable, scenario);
+        env.insert("QUENVAR_TEST_CONFIG_HOME", config.path());
+        env.insert("QT_QPA_PLATFORM", "offscreen");
+        child.setProcessEnvironment(env);
+        child.start(QCoreApplication::applicationFilePath(), { "survivesAKill" });
+        QByteArray output;
+        QVERIFY(QTest::qWaitFor([&] {
+            child.waitForReadyRead(100);
+            output += child.readAllStandardOutput();
+            return output.contains("SAVED") || child.state() == QProcess::NotRunning;
+        }, 60000));
+        QVERIFY2(output.contains("SAVED"), (output + child.readAllStandardError()).constData());
+        child.kill(); // SIGKILL: no destructors, no flushing
+        child.waitForFinished(10000);
 
-    void preferencesSurviveAKill()
-    {
-        if (qEnvironmentVariableIsSet(ScenarioVariable))
-            QSKIP("child run");
-        QTemporaryDir config;
-        const QString file = runAndKill("childPreferences", config);
-        QVERIFY(!file.isEmpty());
-        QSettings store(file, QSettings::IniFormat);
-        QCOMPARE(store.value("emojiSize").toInt(), 33);
-        QCOMPARE(store.value("theme").toString(), QStringLiteral("light"));
-        QCOMPARE(store.value("timestampFormat").toString(), QStringLiteral("[HH:mm:ss]"));
-    }
-
-    void autojoinSurvivesAKill()
-    {
-        if (qEnvironmentVariableIsSet(ScenarioVariable))
-            QSKIP("child run");
-        QTemporaryDir config;
-        const QString file = runAndKill("childAutojoin", config);
-        QVERIFY(!file.isEmpty());
-        QSettings store(file, QSettings::IniFormat);
-        QCOMPARE(store.value("servers/irc.kept.example_6667/autojoin").toStringList(), QStringList { "#kept" });
-        QCOMPARE(store.value("servers/irc.kept.example_6667/nickname").toString(), QStringLiteral("keeper"));
+        QSettings store(config.path() + "/Quenvar/Quenvar.conf", QSettings::IniFormat);
+        for (const QString& entry : stored)
+            QCOMPARE(store.value(entry.section('=', 0, 0)).toStringList().join(','), entry.section('=', 1));
     }
 };
 

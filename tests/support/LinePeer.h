@@ -1,83 +1,98 @@
 #pragma once
 
-#include <QHostAddress>
+#include <QPointer>
 #include <QStringList>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QTest>
 
-// The server end of a window's connection, in process: accepts the one
-// connection and records every line the window sends (without CR LF).
+// The server end of a client's connection, in process: records every byte
+// the client sends and sends whatever the test tells it to. A new connection
+// replaces the previous one (and starts a fresh record).
 class LinePeer
 {
 public:
-    LinePeer() { m_server.listen(QHostAddress::LocalHost); }
+    LinePeer()
+    {
+        m_server.listen(QHostAddress::LocalHost);
+        QObject::connect(&m_server, &QTcpServer::newConnection, &m_server, [this] {
+            while (QTcpSocket* next = m_server.nextPendingConnection()) {
+                if (m_socket)
+                    m_socket->deleteLater();
+                m_socket = next;
+                m_received.clear();
+                QObject::connect(next, &QTcpSocket::readyRead, &m_server, [this] { received(); });
+            }
+        });
+    }
 
     quint16 port() const { return m_server.serverPort(); }
-
-    // Waits for the window's connection; true once accepted.
+    // Waits for the client's connection; true once accepted.
     bool accept(int timeoutMs = 10000)
     {
-        if (!m_server.waitForNewConnection(timeoutMs))
-            return false;
-        m_socket = m_server.nextPendingConnection();
-        QObject::connect(m_socket, &QTcpSocket::readyRead, m_socket, [this] { read(); });
-        return true;
+        return QTest::qWaitFor([this] { return !m_socket.isNull(); }, timeoutMs);
     }
 
-    // Every line received so far.
+    // The bytes received since connecting (or the last take or clear).
+    QByteArray received()
+    {
+        if (m_socket)
+            m_received += m_socket->readAll();
+        return m_received;
+    }
+    QByteArray takeReceived()
+    {
+        received();
+        return std::exchange(m_received, {});
+    }
+    bool waitForReceived(const QByteArray& text, int timeoutMs = 10000)
+    {
+        return QTest::qWaitFor([&] { return received().contains(text); }, timeoutMs);
+    }
+    // The complete lines received, without their CR LF.
     QStringList lines()
     {
-        read();
-        return m_lines;
+        QStringList lines = QString::fromUtf8(received()).split(QStringLiteral("\r\n"));
+        lines.removeLast(); // what follows the last line end
+        return lines;
     }
-
-    // The received lines that start with prefix.
     QStringList linesStartingWith(const QString& prefix)
     {
-        QStringList result;
-        for (const QString& line : lines()) {
-            if (line.startsWith(prefix))
-                result << line;
-        }
-        return result;
+        QStringList found = lines();
+        found.removeIf([&](const QString& line) { return !line.startsWith(prefix); });
+        return found;
     }
-
-    // Sends raw bytes to the window (lines must carry their CR LF).
-    void send(const QByteArray& bytes)
+    bool waitForLines(int count, int timeoutMs = 10000)
     {
-        if (m_socket) {
-            m_socket->write(bytes);
-            m_socket->flush();
-        }
+        return QTest::qWaitFor([&] { return lines().size() >= count; }, timeoutMs);
     }
-
+    // Forgets the complete lines received so far.
     void clear()
     {
-        read();
-        m_lines.clear();
+        received();
+        m_received.remove(0, m_received.lastIndexOf('\n') + 1);
     }
 
+    // Sends raw bytes (lines must carry their CR LF).
+    void send(const QByteArray& bytes)
+    {
+        if (m_socket && m_socket->write(bytes) >= 0)
+            m_socket->flush();
+    }
     void close()
     {
         if (m_socket)
             m_socket->disconnectFromHost();
     }
-
-private:
-    void read()
+    // Waits until the client's connection is gone (true when there is none).
+    bool waitForClosed(int timeoutMs = 10000)
     {
-        if (!m_socket)
-            return;
-        m_buffer += m_socket->readAll();
-        qsizetype end;
-        while ((end = m_buffer.indexOf("\r\n")) >= 0) {
-            m_lines << QString::fromUtf8(m_buffer.left(end));
-            m_buffer.remove(0, end + 2);
-        }
+        return QTest::qWaitFor(
+            [this] { return !m_socket || m_socket->state() == QAbstractSocket::UnconnectedState; }, timeoutMs);
     }
 
+private:
     QTcpServer m_server;
-    QTcpSocket* m_socket = nullptr;
-    QByteArray m_buffer;
-    QStringList m_lines;
+    QPointer<QTcpSocket> m_socket;
+    QByteArray m_received;
 };

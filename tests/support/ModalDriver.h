@@ -1,18 +1,18 @@
 #pragma once
 
 // Drives modal dialogs and popup menus from inside their own event loops.
-// Arm a handler before the call that opens the window: a zero-delay single
-// shot looks at QApplication::activeModalWidget() (or activePopupWidget())
-// and, once a window that `match` accepts is up, runs `act` on it. Until then
-// it looks again every 20 ms, for at most `timeoutMs`, so nested dialogs and a
-// busy machine are both fine.
+// Arm a handler before the call that opens the window: from the next event
+// loop on, and again every 20 ms for at most `timeoutMs`, it looks at
+// QApplication::activeModalWidget() (or activePopupWidget()) and runs `act`
+// on the first window that `match` accepts, so nested dialogs and a busy
+// machine are both fine.
 
 #include <QApplication>
-#include <QElapsedTimer>
-#include <QKeyEvent>
+#include <QDeadlineTimer>
 #include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QTest>
 #include <QTimer>
 #include <QWidget>
 
@@ -30,55 +30,39 @@ struct Handle
 };
 using HandlePtr = std::shared_ptr<Handle>;
 
-class Poller : public std::enable_shared_from_this<Poller>
+struct Poller
 {
-public:
-    Poller(std::function<QWidget*()> current, std::function<bool(QWidget*)> match,
-        std::function<void(QWidget*)> act, int timeoutMs)
-        : m_current(std::move(current))
-        , m_match(std::move(match))
-        , m_act(std::move(act))
-        , m_timeoutMs(timeoutMs)
-        , m_handle(std::make_shared<Handle>())
-    {
-        m_clock.start();
-    }
+    std::function<QWidget*()> current;
+    std::function<bool(QWidget*)> match;
+    std::function<void(QWidget*)> act;
+    QDeadlineTimer deadline;
+    HandlePtr handle;
 
-    HandlePtr handle() const { return m_handle; }
-
-    void run()
+    void operator()() const
     {
-        if (m_handle->cancelled)
+        if (handle->cancelled)
             return;
-        QWidget* widget = m_current();
-        if (widget && m_match(widget)) {
-            m_handle->handled = true;
-            m_handle->title = widget->windowTitle();
-            if (auto* box = qobject_cast<QMessageBox*>(widget))
-                m_handle->text = box->text();
-            m_act(widget);
+        QWidget* widget = current();
+        if (!widget || !match(widget)) {
+            if (!deadline.hasExpired())
+                QTimer::singleShot(20, *this);
             return;
         }
-        if (m_clock.elapsed() > m_timeoutMs)
-            return;
-        QTimer::singleShot(20, [self = shared_from_this()] { self->run(); });
+        handle->handled = true;
+        handle->title = widget->windowTitle();
+        if (auto* box = qobject_cast<QMessageBox*>(widget))
+            handle->text = box->text();
+        act(widget);
     }
-
-private:
-    std::function<QWidget*()> m_current;
-    std::function<bool(QWidget*)> m_match;
-    std::function<void(QWidget*)> m_act;
-    int m_timeoutMs;
-    QElapsedTimer m_clock;
-    HandlePtr m_handle;
 };
 
 inline HandlePtr armWindow(std::function<QWidget*()> current, std::function<bool(QWidget*)> match,
     std::function<void(QWidget*)> act, int timeoutMs = 10000)
 {
-    auto poller = std::make_shared<Poller>(std::move(current), std::move(match), std::move(act), timeoutMs);
-    QTimer::singleShot(0, [poller] { poller->run(); });
-    return poller->handle();
+    const Poller poller { std::move(current), std::move(match), std::move(act), QDeadlineTimer(timeoutMs),
+        std::make_shared<Handle>() };
+    QTimer::singleShot(0, poller);
+    return poller.handle;
 }
 
 // The next modal widget of type T that `match` accepts.
@@ -105,30 +89,37 @@ inline HandlePtr onMessageBox(const QString& title, QMessageBox::StandardButton 
         [title](QMessageBox* box) { return box->windowTitle() == title; });
 }
 
-// The next popup menu: activates the entry with text `entry` (or closes the
-// menu when there is none) and records every entry's text in `texts`.
-inline HandlePtr onMenu(const QString& entry, std::shared_ptr<QStringList> texts)
+// The next popup menu: shows every entry to `seen`, then chooses the entry
+// with text `entry` as a user does (so that exec() returns it), or closes the
+// menu when there is none.
+inline HandlePtr onPopupMenu(const QString& entry, std::function<void(QAction*)> seen)
 {
     return armWindow([] { return QApplication::activePopupWidget(); },
         [](QWidget* w) { return qobject_cast<QMenu*>(w) != nullptr; },
-        [entry, texts](QWidget* w) {
+        [entry, seen](QWidget* w) {
             auto* menu = qobject_cast<QMenu*>(w);
             QAction* wanted = nullptr;
             for (QAction* action : menu->actions()) {
-                if (action->isSeparator())
-                    continue;
-                texts->append(action->text());
-                if (action->text() == entry)
+                seen(action);
+                if (!wanted && !entry.isEmpty() && !action->isSeparator() && action->text() == entry)
                     wanted = action;
             }
-            if (!wanted) {
+            if (wanted) {
+                menu->setActiveAction(wanted);
+                QTest::keyClick(menu, Qt::Key_Return);
+            } else {
                 menu->close();
-                return;
             }
-            menu->setActiveAction(wanted);
-            QKeyEvent press(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier);
-            QApplication::sendEvent(menu, &press);
         });
+}
+
+// The same, recording the entries' texts (separators left out) in `texts`.
+inline HandlePtr onMenu(const QString& entry, std::shared_ptr<QStringList> texts)
+{
+    return onPopupMenu(entry, [texts](QAction* action) {
+        if (!action->isSeparator())
+            texts->append(action->text());
+    });
 }
 
 } // namespace ModalDriver

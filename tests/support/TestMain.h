@@ -15,39 +15,27 @@
 
 namespace TestSupport {
 
-// Creates the isolated configuration folder and exports it; returns it so
-// that main() keeps it alive for the whole run. A child run given
-// QUENVAR_TEST_CONFIG_HOME by its parent test uses that folder instead (and
-// gets null: the parent owns it).
+// Creates the isolated configuration folder and exports it; main() keeps it
+// for the whole run. A child run given QUENVAR_TEST_CONFIG_HOME by its parent
+// test uses that folder instead (and gets null: the parent owns it).
 QTemporaryDir* isolateSettingsStore();
-
-// The folder the settings store lives in for this run.
-QString settingsStoreDir();
 
 } // namespace TestSupport
 
-#define QUENVAR_TEST_MAIN(TestObject)                                                  \
+#define QUENVAR_TEST_MAIN_WITH(App, TestObject)                                        \
     int main(int argc, char* argv[])                                                   \
     {                                                                                  \
         std::unique_ptr<QTemporaryDir> store(TestSupport::isolateSettingsStore());     \
         if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))                            \
             qputenv("QT_QPA_PLATFORM", "offscreen");                                   \
-        QApplication app(argc, argv);                                                  \
+        App app(argc, argv);                                                           \
         AppSetup::configureApplication();                                              \
         QTEST_SET_MAIN_SOURCE_PATH                                                     \
         TestObject tc;                                                                 \
         return QTest::qExec(&tc, argc, argv);                                          \
     }
 
-// The same for tests of the layers below the window: a QCoreApplication, so
-// that anything reaching for a widget fails.
-#define QUENVAR_CORE_TEST_MAIN(TestObject)                                             \
-    int main(int argc, char* argv[])                                                   \
-    {                                                                                  \
-        std::unique_ptr<QTemporaryDir> store(TestSupport::isolateSettingsStore());     \
-        QCoreApplication app(argc, argv);                                              \
-        AppSetup::configureApplication();                                              \
-        QTEST_SET_MAIN_SOURCE_PATH                                                     \
-        TestObject tc;                                                                 \
-        return QTest::qExec(&tc, argc, argv);                                          \
-    }
+#define QUENVAR_TEST_MAIN(TestObject) QUENVAR_TEST_MAIN_WITH(QApplication, TestObject)
+// For tests of the layers below the window: a QCoreApplication, so that
+// anything reaching for a widget fails.
+#define QUENVAR_CORE_TEST_MAIN(TestObject) QUENVAR_TEST_MAIN_WITH(QCoreApplication, TestObject)

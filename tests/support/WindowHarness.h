@@ -3,15 +3,11 @@
 #include "IRCConnection.h"
 #include "LinePeer.h"
 #include "MainWindow.h"
+#include "ModalDriver.h"
 #include "NetworkView.h"
 #include "Session.h"
-#include "ModalDriver.h"
 
-#include <QApplication>
-#include <QElapsedTimer>
-#include <QMenu>
 #include <QTest>
-#include <QTimer>
 
 #include <memory>
 
@@ -29,18 +25,14 @@ struct WindowHarness
     bool connect(const QString& nick = QStringLiteral("mynick"))
     {
         peer = std::make_unique<LinePeer>();
-        window->session()->connection()->connectToServer(
-            QStringLiteral("127.0.0.1"), peer->port(), nick, QStringLiteral("Real Name"), false);
-        if (!peer->accept())
+        IRCConnection* connection = window->session()->connection();
+        connection->connectToServer("127.0.0.1", peer->port(), nick, "Real Name", false);
+        const bool greeted = peer->accept() && QTest::qWaitFor([&] {
+            return connection->isConnected() && !peer->linesStartingWith("USER ").isEmpty();
+        }, 10000);
+        if (!greeted)
             return false;
-        QElapsedTimer clock;
-        clock.start();
-        while (!window->session()->connection()->isConnected() && clock.elapsed() < 10000)
-            QTest::qWait(10);
-        QTest::qWait(20);
         peer->clear();
-        if (!window->session()->connection()->isConnected())
-            return false;
         serverSays(":irc.test 005 " + nick.toUtf8() + " WATCH=128 :are supported");
         return true;
     }
@@ -61,19 +53,18 @@ struct WindowHarness
         QByteArray wire;
         int expected = 0;
         for (const QByteArray& line : text.split('\n')) {
-            if (line.isEmpty())
-                continue;
-            wire += line + "\r\n";
-            ++expected;
+            if (!line.isEmpty()) {
+                wire += line + "\r\n";
+                ++expected;
+            }
         }
         int seen = 0;
         const auto counter = QObject::connect(window->session()->connection(), &IRCConnection::rawMessageReceived,
             window.get(), [&seen](const QString&) { ++seen; });
         peer->send(wire);
-        const bool all = QTest::qWaitFor([&] { return seen >= expected; }, 10000);
-        QObject::disconnect(counter);
-        if (!all)
+        if (!QTest::qWaitFor([&] { return seen >= expected; }, 10000))
             qWarning("serverSays: the window read %d of %d lines", seen, expected);
+        QObject::disconnect(counter);
     }
 
     // Waits until the peer has received a line starting with prefix.
@@ -83,26 +74,13 @@ struct WindowHarness
     }
 };
 
-// Chooses the item `text` of the next popup menu that opens, as a user does
-// (so that exec() returns it), or only records the item texts into `items`
-// (separators as "-") and closes the menu when text is empty.
+// Chooses the item `text` of the next popup menu that opens, as a user does,
+// or only records the item texts into `items` (separators as "-") and closes
+// the menu when text is empty.
 inline ModalDriver::HandlePtr onNextMenu(const QString& text, QStringList* items = nullptr)
 {
-    return ModalDriver::armWindow([] { return QApplication::activePopupWidget(); },
-        [](QWidget* w) { return qobject_cast<QMenu*>(w) != nullptr; },
-        [text, items](QWidget* w) {
-            auto* menu = qobject_cast<QMenu*>(w);
-            for (QAction* action : menu->actions()) {
-                if (items)
-                    *items << (action->isSeparator() ? QStringLiteral("-") : action->text());
-            }
-            for (QAction* action : menu->actions()) {
-                if (!text.isEmpty() && action->text() == text) {
-                    menu->setActiveAction(action);
-                    QTest::keyClick(menu, Qt::Key_Return);
-                    return;
-                }
-            }
-            menu->close();
-        });
+    return ModalDriver::onPopupMenu(text, [items](QAction* action) {
+        if (items)
+            *items << (action->isSeparator() ? QStringLiteral("-") : action->text());
+    });
 }
