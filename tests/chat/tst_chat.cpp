@@ -49,16 +49,9 @@ private:
     MainWindow* w = nullptr;
 
     // A row in tab, which is opened when missing.
-    void say(const QString& tab, const QString& text, const QString& sender = "bob", bool service = false)
-    {
-        w->session()->addLine(tab, text, sender, service);
-    }
+    void say(const QString& tab, const QString& text, const QString& sender = "bob", bool service = false) { w->session()->addLine(tab, text, sender, service); }
     // Enter pressed on text in the input line.
-    void type(const QString& text)
-    {
-        w->inputLine->setText(text);
-        w->onSendInput();
-    }
+    void type(const QString& text) { w->inputLine->setText(text); w->onSendInput(); }
     ChatView* view(const QString& tab) const { return w->network()->tabs.value(tab).chatView; }
     // The format of the last row's timestamp (column 0), nick (1) or message (2).
     QTextCharFormat lastFormat(const QString& tab, int column) const
@@ -82,12 +75,7 @@ private:
     }
     QModelIndex member(const QString& entry) const { return w->userList->model()->index(w->userList->rowOf(entry), 0); }
     bool italic(const QString& entry) const { return qvariant_cast<QFont>(member(entry).data(Qt::FontRole)).italic(); }
-    bool showWindow()
-    {
-        w->show();
-        w->activateWindow();
-        return QTest::qWaitForWindowActive(w);
-    }
+    bool showWindow() { w->show(); w->activateWindow(); return QTest::qWaitForWindowActive(w); }
 
 private slots:
     void init()
