@@ -84,95 +84,72 @@ private slots:
     // folder, or the one --config-dir names): it seeds the theme in the same
     // place the rest of the program reads it from, keeps the file to its user
     // (0600), sets a file it cannot read aside, and keeps running.
-    void programSeedsItsStore_data()
-    {
-        QTest::addColumn<QByteArray>("before");
-        QTest::addColumn<bool>("setAside");
-        QTest::addColumn<bool>("configDirOption");
-        const QByteArray broken("[General\ntheme=dark\n");
-        QTest::newRow("no store yet") << QByteArray() << false << false;
-        QTest::newRow("a readable store") << QByteArray("[General]\nchatFont=x\n") << false << false;
-        QTest::newRow("a broken store") << broken << true << false;
-        QTest::newRow("--config-dir, a new folder") << QByteArray() << false << true;
-        QTest::newRow("--config-dir, a broken store") << broken << true << true;
-    }
-
     void programSeedsItsStore()
     {
-        QFETCH(QByteArray, before);
-        QFETCH(bool, setAside);
-        QFETCH(bool, configDirOption);
-        QTemporaryDir config;
-        const QString userFolder = config.path() + (configDirOption ? "/user" : "");
-        const QString storeFolder = config.path() + (configDirOption ? "/given/Quenvar" : "/Quenvar");
-        const QString storeFile = storeFolder + "/Quenvar.conf";
-        if (!before.isEmpty()) {
-            QVERIFY(QDir().mkpath(storeFolder));
-            QFile file(storeFile);
-            QVERIFY(file.open(QIODevice::WriteOnly) && file.write(before) == before.size());
+        const QByteArray broken("[General\ntheme=dark\n");
+        // What the store holds before, whether it is set aside, whether --config-dir names another folder.
+        const QList<std::tuple<QByteArray, bool, bool>> cases { { {}, false, false },
+            { "[General]\nchatFont=x\n", false, false }, { broken, true, false }, { {}, false, true },
+            { broken, true, true } };
+        for (const auto& [before, setAside, configDirOption] : cases) {
+            QTemporaryDir config;
+            const QString userFolder = config.path() + (configDirOption ? "/user" : "");
+            const QString storeFolder = config.path() + (configDirOption ? "/given/Quenvar" : "/Quenvar");
+            const QString storeFile = storeFolder + "/Quenvar.conf";
+            if (!before.isEmpty()) {
+                QVERIFY(QDir().mkpath(storeFolder));
+                QFile file(storeFile);
+                QVERIFY(file.open(QIODevice::WriteOnly) && file.write(before) == before.size());
+            }
+            QProcess program;
+            start(program, QStringLiteral(QUENVAR_BINARY),
+                configDirOption ? QStringList { "--config-dir", config.path() + "/given" } : QStringList(),
+                { "XDG_CONFIG_HOME=" + userFolder, "QT_QPA_PLATFORM=offscreen" });
+            QVERIFY2(program.waitForStarted(10000), qPrintable(program.errorString()));
+            const auto stop = qScopeGuard([&program] {
+                program.kill();
+                program.waitForFinished(10000);
+            });
+            QTRY_COMPARE_WITH_TIMEOUT(QSettings(storeFile, QSettings::IniFormat).value("theme").toString(),
+                QStringLiteral("light"), 20000);
+            // Read and write for its user, nothing for anyone else.
+            QCOMPARE(QFile::permissions(storeFile) & 0x0FFF, QFile::ReadUser | QFile::WriteUser);
+            const QStringList aside = QDir(storeFolder).entryList({ "Quenvar.conf.broken-*" });
+            QCOMPARE(aside.size(), setAside ? 1 : 0);
+            QFile kept(storeFolder + "/" + aside.value(0));
+            QVERIFY(!setAside || (kept.open(QIODevice::ReadOnly) && kept.readAll() == before));
+            QCOMPARE(program.state(), QProcess::Running);
+            // Another settings folder leaves the user's alone.
+            QCOMPARE(QDir(userFolder).exists(), !configDirOption);
         }
-        QProcess program;
-        start(program, QStringLiteral(QUENVAR_BINARY),
-            configDirOption ? QStringList { "--config-dir", config.path() + "/given" } : QStringList(),
-            { "XDG_CONFIG_HOME=" + userFolder, "QT_QPA_PLATFORM=offscreen" });
-        QVERIFY2(program.waitForStarted(10000), qPrintable(program.errorString()));
-        const auto stop = qScopeGuard([&program] {
-            program.kill();
-            program.waitForFinished(10000);
-        });
-        QTRY_COMPARE_WITH_TIMEOUT(
-            QSettings(storeFile, QSettings::IniFormat).value("theme").toString(), QStringLiteral("light"), 20000);
-        // Read and write for its user, nothing for anyone else.
-        QCOMPARE(QFile::permissions(storeFile) & 0x0FFF, QFile::ReadUser | QFile::WriteUser);
-        const QStringList aside = QDir(storeFolder).entryList({ "Quenvar.conf.broken-*" });
-        QCOMPARE(aside.size(), setAside ? 1 : 0);
-        QFile kept(storeFolder + "/" + aside.value(0));
-        QVERIFY(!setAside || (kept.open(QIODevice::ReadOnly) && kept.readAll() == before));
-        QCOMPARE(program.state(), QProcess::Running);
-        // Another settings folder leaves the user's alone.
-        QCOMPARE(QDir(userFolder).exists(), !configDirOption);
     }
 
     // --help and --version answer without a display (the platform asked for
-    // here has none); mistakes are said and end the program. The installed
-    // program's version is the newest release its metainfo announces.
-    void commandLine_data()
-    {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<QString>("platform");
-        QTest::addColumn<int>("exitCode");
-        QTest::addColumn<QString>("output");
-        const QString version = "Quenvar " + QCoreApplication::applicationVersion() + "\n";
-        QTest::newRow("--version") << QStringList { "--version" } << "xcb" << 0 << version;
-        QTest::newRow("-v among Qt's options") << QStringList { "-platform", "xcb", "-v" } << "xcb" << 0 << version;
-        QTest::newRow("--help") << QStringList { "--help" } << "xcb" << 0 << "--connect <host:port>";
-        QTest::newRow("unknown option") << QStringList { "--frobnicate" } << "offscreen" << 1 << "frobnicate";
-        QTest::newRow("stray argument") << QStringList { "irc.example.org" } << "offscreen" << 1 << "irc.example.org";
-        QTest::newRow("--connect without port")
-            << QStringList { "--connect", "irc.example.org" } << "offscreen" << 1 << "host:port";
-        QTest::newRow("--connect port 0")
-            << QStringList { "--connect", "irc.example.org:0" } << "offscreen" << 1 << "host:port";
-        QTest::newRow("--config-dir empty") << QStringList { "--config-dir", "" } << "offscreen" << 1 << "--config-dir";
-    }
-
+    // here has none); mistakes are said and end the program. Nothing is
+    // written for a run that only answered.
     void commandLine()
     {
-        QFETCH(QStringList, arguments);
-        QFETCH(QString, platform);
-        QFETCH(int, exitCode);
-        QFETCH(QString, output);
-        QTemporaryDir config;
-        QProcess program;
-        start(program, QStringLiteral(QUENVAR_BINARY), arguments,
-            { "DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM=" + platform, "XDG_CONFIG_HOME=" + config.path() });
-        QVERIFY(program.waitForFinished(30000));
-        const QString printed = QString::fromLocal8Bit(
-            exitCode == 0 ? program.readAllStandardOutput() : program.readAllStandardError());
-        QCOMPARE(program.exitCode(), exitCode);
-        QVERIFY2(exitCode == 0 && output.endsWith('\n') ? printed == output : printed.contains(output),
-            qPrintable(printed));
-        // Nothing was written for a run that only answered.
-        QVERIFY(QDir(config.path()).isEmpty());
+        const QString version = "Quenvar " + QCoreApplication::applicationVersion() + "\n";
+        // The arguments, the platform, the exit code, what is printed (all of it when it ends a line).
+        const QList<std::tuple<QStringList, QString, int, QString>> cases { { { "--version" }, "xcb", 0, version },
+            { { "-platform", "xcb", "-v" }, "xcb", 0, version }, { { "--help" }, "xcb", 0, "--connect <host:port>" },
+            { { "--frobnicate" }, "offscreen", 1, "frobnicate" }, { { "irc.example.org" }, "offscreen", 1, "irc.example.org" },
+            { { "--connect", "irc.example.org" }, "offscreen", 1, "host:port" },
+            { { "--connect", "irc.example.org:0" }, "offscreen", 1, "host:port" },
+            { { "--config-dir", "" }, "offscreen", 1, "--config-dir" } };
+        for (const auto& [arguments, platform, exitCode, output] : cases) {
+            QTemporaryDir config;
+            QProcess program;
+            start(program, QStringLiteral(QUENVAR_BINARY), arguments,
+                { "DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM=" + platform, "XDG_CONFIG_HOME=" + config.path() });
+            QVERIFY(program.waitForFinished(30000));
+            const QString printed = QString::fromLocal8Bit(
+                exitCode == 0 ? program.readAllStandardOutput() : program.readAllStandardError());
+            QVERIFY2(program.exitCode() == exitCode, qPrintable(arguments.join(' ')));
+            QVERIFY2(exitCode == 0 && output.endsWith('\n') ? printed == output : printed.contains(output),
+                qPrintable(printed));
+            QVERIFY(QDir(config.path()).isEmpty());
+        }
     }
 
     // scripts/run --demo: the demo's server and peers come up, Quenvar starts
