@@ -32,18 +32,23 @@ QImage snapshot(QWidget* widget)
     return image;
 }
 
+template <typename Visit> void forEachPixel(const QImage& image, const QRect& rect, Visit visit)
+{
+    const QRect area = rect.intersected(image.rect());
+    for (int y = area.top(); y <= area.bottom(); ++y) {
+        for (int x = area.left(); x <= area.right(); ++x)
+            visit(image.pixel(x, y));
+    }
+}
+
 // Pixels inside rect whose channels are all within tolerance of colour.
 int countNear(const QImage& image, const QRect& rect, const QColor& colour, int tolerance = 24)
 {
     int n = 0;
-    const QRect area = rect.intersected(image.rect());
-    for (int y = area.top(); y <= area.bottom(); ++y) {
-        for (int x = area.left(); x <= area.right(); ++x) {
-            const QColor c = image.pixelColor(x, y);
-            n += qAbs(c.red() - colour.red()) <= tolerance && qAbs(c.green() - colour.green()) <= tolerance
-                && qAbs(c.blue() - colour.blue()) <= tolerance;
-        }
-    }
+    forEachPixel(image, rect, [&](QRgb c) {
+        n += qAbs(qRed(c) - colour.red()) <= tolerance && qAbs(qGreen(c) - colour.green()) <= tolerance
+            && qAbs(qBlue(c) - colour.blue()) <= tolerance;
+    });
     return n;
 }
 
@@ -54,12 +59,8 @@ int countNear(const QImage& image, const QRect& rect, const QColor& colour, int 
 // background and the contrast of the ink on it.
 std::pair<QColor, double> inkIn(const QImage& image, const QRect& rect)
 {
-    const QRect area = rect.intersected(image.rect());
     QHash<QRgb, int> counts;
-    for (int y = area.top(); y <= area.bottom(); ++y) {
-        for (int x = area.left(); x <= area.right(); ++x)
-            ++counts[image.pixel(x, y)];
-    }
+    forEachPixel(image, rect, [&counts](QRgb c) { ++counts[c]; });
     const QList<QRgb> colours = counts.keys();
     const QColor background = QColor::fromRgba(*std::max_element(
         colours.cbegin(), colours.cend(), [&](QRgb a, QRgb b) { return counts.value(a) < counts.value(b); }));
@@ -87,12 +88,10 @@ QStringList unreadable(QWidget* top)
         note(QStringLiteral("%1 \"%2\"").arg(QString::fromLatin1(w->metaObject()->className()), text),
             inkIn(image, rect).second);
     };
-    for (int y = 0; y < image.height(); y += 3) {
-        for (int x = 0; x < image.width(); x += 3) {
-            if (qAlpha(image.pixel(x, y)) < 255)
-                return { QStringLiteral("see-through background") };
-        }
-    }
+    bool opaque = true;
+    forEachPixel(image, image.rect(), [&opaque](QRgb c) { opaque = opaque && qAlpha(c) == 255; });
+    if (!opaque)
+        return { QStringLiteral("see-through background") };
     QList<QWidget*> widgets = top->findChildren<QWidget*>();
     widgets.prepend(top);
     for (QWidget* w : std::as_const(widgets)) {
@@ -194,9 +193,10 @@ void readModal(const std::function<void()>& open, const Reader& read)
 // Every window in theme, each handed to `read` while it is up: a registered
 // window with a channel with a linked topic, members, rows from many nicks
 // (so every nick colour), a notice, an action, a link, a mention in another
-// tab (read in both phases of its blinking), a notification, the channel
-// list and every menu; then a window not connected with the
-// preferences, the about and help boxes, the server dialogs and the popups.
+// tab (read in both phases of its blinking; the second time under a plain
+// topic), a notification, the channel list and every menu; then a window not
+// connected with the preferences, the about and help boxes, the server
+// dialogs and the popups.
 void showEverything(const QString& theme, const Reader& read)
 {
     WindowHarness h;
@@ -220,6 +220,7 @@ void showEverything(const QString& theme, const Reader& read)
     const int side = w->tabWidget->indexOf(w->network()->tabs.value("#side").widget);
     const bool phase = w->tabBar->highlights().value(side).blinkState;
     QTRY_VERIFY_WITH_TIMEOUT(w->tabBar->highlights().value(side).blinkState != phase, 10000);
+    h.serverSays(":op!u@h TOPIC #quenvar :Be nice"); // a link would outshine the label's own colour
     read(w);
     w->inputLine->setText("/list");
     w->onSendInput();

@@ -28,13 +28,7 @@ namespace {
 struct Window
 {
     std::unique_ptr<MainWindow> main { new MainWindow(nullptr, MainWindow::Startup::Quiet) };
-
-    explicit Window(bool keepStore = false)
-    {
-        if (!keepStore)
-            QSettings().clear();
-    }
-
+    explicit Window(bool keepStore = false) { if (!keepStore) QSettings().clear(); }
     PreferencesDialog* open()
     {
         auto* dialog = new PreferencesDialog(main.get());
@@ -75,10 +69,7 @@ void setControl(QWidget* control, const QString& value)
         edit->setText("  " + value + "  ");
 }
 
-void click(QWidget* dialog, QDialogButtonBox::StandardButton which)
-{
-    dialog->findChild<QDialogButtonBox*>()->button(which)->click();
-}
+void click(QWidget* dialog, QDialogButtonBox::StandardButton which) { dialog->findChild<QDialogButtonBox*>()->button(which)->click(); }
 
 // Clicks OK or Cancel; true once the dialog has deleted itself.
 bool closeWith(PreferencesDialog* dialog, QDialogButtonBox::StandardButton which)
@@ -88,10 +79,7 @@ bool closeWith(PreferencesDialog* dialog, QDialogButtonBox::StandardButton which
     return QTest::qWaitFor([&guard] { return guard.isNull(); }, 10000);
 }
 
-QString stored(const QString& key)
-{
-    return QSettings().value(key).toString();
-}
+QString stored(const QString& key) { return QSettings().value(key).toString(); }
 
 // Every stored key as "key=value", sorted.
 QStringList storedPairs()

@@ -18,15 +18,10 @@ namespace {
 const QString Oftc = QStringLiteral("irc.oftc.net:6667");
 const QString OftcId = QStringLiteral("irc.oftc.net_6667");
 
-QLineEdit* edit(QWidget& dialog, const char* name)
-{
-    return dialog.findChild<QLineEdit*>(QString::fromLatin1(name));
-}
-
-QListWidget* listOf(const ConnectDialog& dialog)
-{
-    return dialog.findChild<QListWidget*>();
-}
+QLineEdit* edit(QWidget& dialog, const char* name) { return dialog.findChild<QLineEdit*>(QString::fromLatin1(name)); }
+QListWidget* listOf(const ConnectDialog& dialog) { return dialog.findChild<QListWidget*>(); }
+QString value(const QString& key) { return QSettings().value(key).toString(); }
+QStringList listValue(const QString& key) { return QSettings().value(key).toStringList(); }
 
 QStringList rows(const ConnectDialog& dialog)
 {
@@ -41,28 +36,27 @@ QString currentText(const ConnectDialog& dialog)
     return listOf(dialog)->currentItem() ? listOf(dialog)->currentItem()->text() : QString();
 }
 
+void select(ConnectDialog& dialog, const QString& row) { listOf(dialog)->setCurrentRow(rows(dialog).indexOf(row)); }
+
 void makeFavorite(ConnectDialog& dialog, const QString& row)
 {
-    listOf(dialog)->setCurrentRow(rows(dialog).indexOf(row));
+    select(dialog, row);
     dialog.toggleCurrentFavorite();
 }
 
-// Fills the next server edit dialog and saves it; a null nick leaves the field as shown.
-HandlePtr saveNextEditDialog(const QString& host, const QString& port, const QString& nick = QString())
+// Adds a server (or runs `act`) through the edit dialog, saved with these
+// fields; a null nick leaves the field as shown.
+void viaEditor(ConnectDialog& dialog, const QString& host, const QString& port, const QString& nick = {},
+    void (ConnectDialog::*act)() = &ConnectDialog::addServer)
 {
-    return onModal<ServerEditDialog>([=](ServerEditDialog* dialog) {
-        edit(*dialog, "addressEdit")->setText(host);
-        edit(*dialog, "portEdit")->setText(port);
+    auto handle = onModal<ServerEditDialog>([=](ServerEditDialog* editor) {
+        edit(*editor, "addressEdit")->setText(host);
+        edit(*editor, "portEdit")->setText(port);
         if (!nick.isNull())
-            edit(*dialog, "nickEdit")->setText(nick);
-        dialog->accept();
+            edit(*editor, "nickEdit")->setText(nick);
+        editor->accept();
     });
-}
-
-void addServer(ConnectDialog& dialog, const QString& host, const QString& port)
-{
-    auto handle = saveNextEditDialog(host, port);
-    dialog.addServer();
+    (dialog.*act)();
     QVERIFY(handle->handled);
 }
 
@@ -72,16 +66,6 @@ void deleteCurrent(ConnectDialog& dialog)
     auto box = onMessageBox(QStringLiteral("Delete Server"), QMessageBox::Yes);
     dialog.deleteServer();
     QVERIFY(box->handled);
-}
-
-QString value(const QString& key)
-{
-    return QSettings().value(key).toString();
-}
-
-QStringList listValue(const QString& key)
-{
-    return QSettings().value(key).toStringList();
 }
 
 ServerConfig sampleConfig()
@@ -108,6 +92,10 @@ private slots:
 
     // --- The store -------------------------------------------------------
 
+    // Identifiers from addresses; a host with "_" does not split in two: the
+    // dialog stores the identifier as its own address, the chat window stores
+    // none. Listed from the custom list, it gets its derived address. Odd
+    // identifiers must not break the store.
     void identifiers()
     {
         const QList<std::pair<QString, QString>> cases { { "irc.example.org:006667", "irc.example.org_6667" },
@@ -116,6 +104,17 @@ private slots:
             { "::1:6667", "" } };
         for (const auto& [address, id] : cases)
             QCOMPARE(ServerStore::idFromAddress(address), id);
+        ServerStore::saveServerConfig(QStringLiteral("my_host_6667"), ServerConfig());
+        QCOMPARE(value("servers/my_host_6667/address"), QStringLiteral("my_host_6667"));
+        ServerStore::saveServerConfig("odd_host_1", ServerConfig(), ServerStore::OddAddress::Skip);
+        QVERIFY(QSettings().contains("servers/odd_host_1/nickname") && !QSettings().contains("servers/odd_host_1/address"));
+        QSettings().setValue("servers/customList",
+            QStringList { "my_host_7000", "", "favorites", "a/b_1", "x\\y_2", QString(300, QLatin1Char('z')) });
+        ConnectDialog dialog;
+        QVERIFY(rows(dialog).contains(QStringLiteral("my:host:7000")));
+        QCOMPARE(value("servers/my_host_7000/address"), QStringLiteral("my:host:7000"));
+        ServerStore::removeServerGroup(QString());
+        QVERIFY(!listValue("servers/customList").isEmpty()); // the empty id removed nothing
     }
 
     void records()
@@ -148,35 +147,12 @@ private slots:
         QCOMPARE(QSettings().allKeys(), keysBefore);
     }
 
-    void oddIdentifiers()
-    {
-        // A host with "_" does not split in two: the dialog stores the
-        // identifier as its own address, the chat window stores none.
-        ServerStore::saveServerConfig(QStringLiteral("my_host_6667"), ServerConfig());
-        QCOMPARE(value("servers/my_host_6667/address"), QStringLiteral("my_host_6667"));
-        ServerStore::saveServerConfig("odd_host_1", ServerConfig(), ServerStore::OddAddress::Skip);
-        QVERIFY(QSettings().contains("servers/odd_host_1/nickname"));
-        QVERIFY(!QSettings().contains("servers/odd_host_1/address"));
-        // Listed from the custom list, it gets its derived address. Odd
-        // identifiers must not break the store.
-        QSettings().setValue("servers/customList",
-            QStringList {
-                "my_host_7000", "", "favorites", "a/b_1", "x\\y_2", QString(300, QLatin1Char('z')) });
-        ConnectDialog dialog;
-        QVERIFY(rows(dialog).contains(QStringLiteral("my:host:7000")));
-        QCOMPARE(value("servers/my_host_7000/address"), QStringLiteral("my:host:7000"));
-        ServerStore::removeServerGroup(QString());
-        QVERIFY(!listValue("servers/customList").isEmpty()); // the empty id removed nothing
-    }
-
     // The newest ten, oldest first; an entry used again moves to the end.
     void history()
     {
         QStringList expected;
-        for (int i = 1; i <= 11; ++i) {
-            ServerStore::recordHistory(QStringLiteral("h%1:6667").arg(i));
-            expected << QStringLiteral("h%1:6667").arg(i);
-        }
+        for (int i = 1; i <= 11; ++i)
+            ServerStore::recordHistory(expected.emplaceBack(QStringLiteral("h%1:6667").arg(i)));
         QCOMPARE(ServerStore::history(), expected.mid(1));
         ServerStore::recordHistory(QStringLiteral("h5:6667"));
         expected.removeAll(QStringLiteral("h5:6667"));
@@ -185,7 +161,10 @@ private slots:
 
     // --- The list --------------------------------------------------------
 
-    void firstStartListsNetworksAndSelectsDefault()
+    // A first start lists the networks and selects the default. The chat
+    // window stores the record of a server connected to by hand; the next
+    // start lists that server from the history and shows its record.
+    void startingLists()
     {
         ConnectDialog dialog;
         QCOMPARE(rows(dialog).size(), ServerStore::defaultServers().size());
@@ -193,22 +172,16 @@ private slots:
         QCOMPARE(edit(dialog, "serverEdit")->text(), ServerStore::defaultHost());
         QCOMPARE(value("servers/irc.dal.net_7000/address"), QStringLiteral("irc.dal.net:7000"));
         QVERIFY(listValue("servers/customList").isEmpty());
-    }
-
-    // The chat window stores the record of a server connected to by hand; the
-    // next start lists that server from the history and shows its record.
-    void handTypedServerComesBackWithItsRecord()
-    {
         QSettings settings;
         settings.setValue("connection/history", QStringList { "127.0.0.1:16667" });
         settings.setValue("servers/127.0.0.1_16667/nickname", "alice");
         settings.setValue("servers/127.0.0.1_16667/autojoin", QStringList { "#a", "#b" });
         settings.sync();
-        ConnectDialog dialog;
-        QCOMPARE(currentText(dialog), QStringLiteral("127.0.0.1:16667"));
+        ConnectDialog next;
+        QCOMPARE(currentText(next), QStringLiteral("127.0.0.1:16667"));
         QCOMPARE(listValue("servers/customList"), QStringList { "127.0.0.1_16667" });
-        QCOMPARE(edit(dialog, "nickEdit")->text(), QStringLiteral("alice"));
-        QCOMPARE(edit(dialog, "channelsEdit")->text(), QStringLiteral("#a, #b"));
+        QCOMPARE(edit(next, "nickEdit")->text(), QStringLiteral("alice"));
+        QCOMPARE(edit(next, "channelsEdit")->text(), QStringLiteral("#a, #b"));
     }
 
     void addingServers()
@@ -220,17 +193,14 @@ private slots:
         QVERIFY(editor->handled);
         QCOMPARE(rows(dialog).size(), defaults); // cancelled
 
-        editor = saveNextEditDialog("  irc.example.org ", "06697", "bob");
-        dialog.addServer();
-        QVERIFY(editor->handled);
+        viaEditor(dialog, "  irc.example.org ", "06697", "bob");
         QCOMPARE(currentText(dialog), QStringLiteral("irc.example.org:6697"));
         QCOMPARE(value("servers/irc.example.org_6697/nickname"), QStringLiteral("bob"));
         QVERIFY(rows(ConnectDialog()).contains(QStringLiteral("irc.example.org:6697")));
 
         // A server already listed is only selected.
-        editor = saveNextEditDialog("irc.oftc.net", "6667");
         auto box = onMessageBox(QStringLiteral("Add Server"), QMessageBox::Ok);
-        dialog.addServer();
+        viaEditor(dialog, "irc.oftc.net", "6667");
         QVERIFY(box->handled);
         QCOMPARE(currentText(dialog), Oftc);
         QCOMPARE(rows(dialog).size(), defaults + 1);
@@ -242,9 +212,9 @@ private slots:
     {
         ServerStore::saveFavorites({ QStringLiteral("gone.example_1") });
         ConnectDialog dialog;
-        addServer(dialog, "C.example", "2");
-        addServer(dialog, "b.example", "1");
-        addServer(dialog, "zz.example", "3");
+        viaEditor(dialog, "C.example", "2");
+        viaEditor(dialog, "b.example", "1");
+        viaEditor(dialog, "zz.example", "3");
         // The custom list follows the display order and holds no defaults.
         QCOMPARE(
             listValue("servers/customList"), (QStringList { "b.example_1", "C.example_2", "zz.example_3" }));
@@ -287,9 +257,7 @@ private slots:
         QCOMPARE(fields(ServerStore::loadServerConfig(OftcId)).mid(4),
             (QStringList { " secret ", "#x", "KOI8-R", "no ssl" }));
 
-        editor = saveNextEditDialog("irc.oftc.net", "6697", "carol");
-        dialog.editServer();
-        QVERIFY(editor->handled);
+        viaEditor(dialog, "irc.oftc.net", "6697", "carol", &ConnectDialog::editServer);
         QCOMPARE(currentText(dialog), QStringLiteral("irc.oftc.net:6697"));
         QVERIFY(
             listValue("servers/favorites").isEmpty() && listValue("servers/deletedDefaultServers").isEmpty());
@@ -324,12 +292,12 @@ private slots:
         }
         ConnectDialog dialog;
         QCOMPARE(rows(dialog).size(), defaults - 1);
-        addServer(dialog, "irc.oftc.net", "6667");
+        viaEditor(dialog, "irc.oftc.net", "6667");
         QVERIFY(listValue("servers/deletedDefaultServers").isEmpty());
         QVERIFY(listValue("servers/customList").isEmpty()); // a default is never custom
         QCOMPARE(rows(ConnectDialog()).size(), defaults);
 
-        addServer(dialog, "own.example.org", "6667");
+        viaEditor(dialog, "own.example.org", "6667");
         makeFavorite(dialog, "own.example.org:6667");
         deleteCurrent(dialog);
         QCOMPARE(rows(dialog).size(), defaults);
@@ -373,42 +341,30 @@ private slots:
     // Each refusal says why in a box and changes nothing.
     void refusals()
     {
-        const auto fill = [](const char* server, const char* port, const char* nick) {
-            return [=](ConnectDialog& d) {
-                edit(d, "serverEdit")->setText(server);
-                edit(d, "portEdit")->setText(port);
-                edit(d, "nickEdit")->setText(nick);
-                d.onConnectClicked();
-            };
-        };
-        const auto editTo = [](const char* host, bool adding) {
-            return [=](ConnectDialog& d) {
-                auto editor = saveNextEditDialog(host, "6667", "erin");
-                adding ? d.addServer() : d.editServer();
-                QVERIFY(editor->handled);
-            };
-        };
-        const auto unselected = [](void (ConnectDialog::*act)()) {
-            return [=](ConnectDialog& d) {
-                d.findChild<QListWidget*>()->setCurrentItem(nullptr);
-                (d.*act)();
-            };
-        };
-        const QList<std::pair<QString, std::function<void(ConnectDialog&)>>> cases {
-            { "Invalid format", editTo("irc.example.org:7000", true) },
-            { "Invalid format", editTo("::1", true) }, { "Invalid format", editTo("irc.oftc.net:1", false) },
-            { "Edit", unselected(&ConnectDialog::editServer) },
-            { "Delete", unselected(&ConnectDialog::deleteServer) }, { "Error", fill("  ", "6667", "me") },
-            { "Error", fill("irc.x.org", "6667", " ") }, { "Error", fill("irc.x.org", "0", "me") },
-            { "Error", fill("irc.x.org", "65536", "me") }, { "Error", fill("irc.x.org", "abc", "me") }
-        };
-        for (const auto& [title, act] : cases) {
+        using Act = void (ConnectDialog::*)();
+        const Act add = &ConnectDialog::addServer, change = &ConnectDialog::editServer,
+                  remove = &ConnectDialog::deleteServer, connect = &ConnectDialog::onConnectClicked;
+        // The box's title, what is done: through the edit dialog to an address,
+        // with no row selected, or connecting to server and port as nick.
+        const QList<std::tuple<QString, Act, QStringList>> cases { { "Invalid format", add, { "irc.example.org:7000" } },
+            { "Invalid format", add, { "::1" } }, { "Invalid format", change, { "irc.oftc.net:1" } },
+            { "Edit", change, {} }, { "Delete", remove, {} }, { "Error", connect, { "  ", "6667", "me" } },
+            { "Error", connect, { "irc.x.org", "6667", " " } }, { "Error", connect, { "irc.x.org", "0", "me" } },
+            { "Error", connect, { "irc.x.org", "65536", "me" } }, { "Error", connect, { "irc.x.org", "abc", "me" } } };
+        for (const auto& [title, act, typed] : cases) {
             ConnectDialog dialog;
-            listOf(dialog)->setCurrentRow(rows(dialog).indexOf(Oftc));
+            select(dialog, Oftc);
             const QStringList before = rows(dialog);
             QSignalSpy accepted(&dialog, &QDialog::accepted);
             auto box = onMessageBox(title, QMessageBox::Ok);
-            act(dialog);
+            if (typed.isEmpty())
+                listOf(dialog)->setCurrentItem(nullptr);
+            for (int i = 0; typed.size() == 3 && i < 3; ++i)
+                edit(dialog, std::array { "serverEdit", "portEdit", "nickEdit" }[i])->setText(typed.at(i));
+            if (typed.size() == 1)
+                viaEditor(dialog, typed.at(0), "6667", "erin", act);
+            else
+                (dialog.*act)();
             QVERIFY2(box->handled, qPrintable(title));
             QCOMPARE(rows(dialog), before);
             QCOMPARE(accepted.count(), 0);
@@ -446,7 +402,7 @@ private slots:
         ServerStore::recordHistory("irc.efnet.org:6667");
         ConnectDialog dialog;
         QCOMPARE(currentText(dialog), QStringLiteral("irc.efnet.org:6667")); // the newest history entry
-        listOf(dialog)->setCurrentRow(rows(dialog).indexOf(Oftc));
+        select(dialog, Oftc);
         QCOMPARE(edit(dialog, "channelsEdit")->text(), QStringLiteral("#one, #two")); // the record, shown
         edit(dialog, "nickEdit")->setText(" frank ");
         edit(dialog, "realNameEdit")->setText("  Alice L.  ");
