@@ -169,7 +169,6 @@ private slots:
         };
         const QString thirty = "fbfive789012345678901234567890";
         const QList<Case> cases {
-            { "fbthree", "", { "fbthree" }, { "fbthree", "fbthree_" } },
             { "fbfour", "fbfouralt", { "fbfour", "fbfouralt", "fbfour_" },
                 { "fbfour", "fbfouralt", "fbfour_", "fbfour_1" } },
             // The suffix replaces the end of a nick of the longest length.
@@ -196,49 +195,8 @@ private slots:
         }
     }
 
-    void joinEchoNamesTopicPartAndKick()
-    {
-        const QString channel = "#e2e-join";
-        RawIrcClient owner("jowner"), guest("jguest");
-        Engine e = startEngine("joiner");
-        QVERIFY(RawIrcClient::registerAll({ &owner, &guest }, m_server->host(), m_server->port()));
-        QVERIFY(owner.join(channel));
-        owner.sendLine("TOPIC " + channel + " :Topic with ümlauts and :colons");
-        QVERIFY(owner.sync());
-        QVERIFY(e.log->waitFor("registered"));
-
-        e.c->joinChannel(channel);
-        QVERIFY(e.log->waitForCount("namesListFinished", 2));
-        QVERIFY(sync(e));
-        // Our own join is echoed with the channel as trailing text; the server
-        // sends the topic and the names, and our NAMES gets them a second time.
-        const QString names = "namesList:" + channel + "|@jowner,joiner";
-        QCOMPARE(e.events().mid(2), QStringList({ "joinReceived:joiner|" + channel,
-            "topicReceived:" + channel + "|Topic with ümlauts and :colons", names, "namesListFinished:" + channel,
-            names, "namesListFinished:" + channel }));
-        QCOMPARE(owner.waitForLine(" JOIN "), ":joiner!joiner@127.0.0.1 JOIN :#e2e-join");
-
-        // Someone else's join does not ask for names again; leaving without a reason.
-        guest.sendLine("JOIN " + channel);
-        guest.sendLine("PART " + channel);
-        QVERIFY(e.log->waitFor("partReceived:jguest|" + channel + "|"));
-        QVERIFY(sync(e));
-        QCOMPARE(e.log->entries("namesListFinished").size(), 2);
-
-        // Our own part carries the fixed reason.
-        e.c->partChannel(channel);
-        QVERIFY(e.log->waitFor("partReceived:joiner|" + channel + "|Leaving"));
-
-        // Kicked.
-        e.c->joinChannel(channel);
-        QVERIFY(!owner.waitForLine(":joiner!\\S+ JOIN ").isEmpty());
-        owner.sendLine("KICK " + channel + " joiner :behave");
-        QVERIFY(e.log->waitFor("kickReceived:" + channel + "|joiner|jowner|behave"));
-        QVERIFY(e.log->entries("errorOccurred").isEmpty());
-    }
-
-    // Messages of every kind arrive whole and in order, privately and in a
-    // channel; without echo-message the sender hears nothing back. WHOIS of a
+    // Joining a channel with a topic. Messages of every kind arrive whole
+    // and in order, privately and in a channel; without echo-message the sender hears nothing back. WHOIS of a
     // real user (the window's end-to-end test reads the whole summary), the
     // away text a message brings, an unknown nick. WATCH.
     void messagesWhoisAndWatch()
@@ -247,13 +205,20 @@ private slots:
         Engine alice = startEngine("talkalice");
         Engine bob = startEngine("talkbob", QString(), "Who Is Real");
         QVERIFY(alice.log->waitFor("registered") && bob.log->waitFor("registered"));
-        // Each gets the names twice on joining (see above); then nothing
-        // but messages arrives.
-        alice.c->joinChannel(channel);
-        QVERIFY(alice.log->waitForCount("namesListFinished", 2));
         bob.c->joinChannel(channel);
-        QVERIFY(alice.log->waitFor("joinReceived:talkbob|" + channel));
         QVERIFY(bob.log->waitForCount("namesListFinished", 2));
+        bob.c->sendRaw("TOPIC " + channel + " :Topic with ümlauts and :colons");
+        QVERIFY(sync(bob));
+        // Our own join is echoed with the channel as trailing text; the server
+        // sends the topic and the names, and our NAMES gets them a second
+        // time. Then nothing but messages arrives.
+        alice.c->joinChannel(channel);
+        QVERIFY(alice.log->waitForCount("namesListFinished", 2) && sync(alice));
+        const QString names = "namesList:" + channel + "|@talkbob,talkalice";
+        QCOMPARE(alice.events().mid(2), QStringList({ "joinReceived:talkalice|" + channel,
+            "topicReceived:" + channel + "|Topic with ümlauts and :colons", names, "namesListFinished:" + channel,
+            names, "namesListFinished:" + channel }));
+        QVERIFY(bob.log->waitFor("joinReceived:talkalice|" + channel));
         alice.log->clear();
         bob.log->clear();
         alice.c->setSendPacing({ 1000, 1 }); // paced sending has its own test
@@ -277,7 +242,7 @@ private slots:
         alice.c->sendWhois("talkbob");
         QVERIFY(alice.log->waitFor("whoisEndReceived:talkbob|talkbob"));
         for (const QString& entry : QStringList { "whoisUserReceived:talkbob|talkbob|127.0.0.1|Who Is Real",
-                 "whoisChannelsReceived:talkbob|" + channel, "whoisAwayReceived:talkbob|out for lunch",
+                 "whoisChannelsReceived:talkbob|@" + channel, "whoisAwayReceived:talkbob|out for lunch",
                  "whoisOperatorReceived:talkbob" })
             QVERIFY2(alice.events().contains(entry), qPrintable(entry));
         alice.log->clear();
@@ -319,7 +284,7 @@ private slots:
     // TLS: the test CA unknown, then trusted but reached under a name the
     // certificate does not hold: the socket's own error, nothing received.
     // Trusted, it registers (the server knows the user by the fields of USER),
-    // talks both ways, and disconnecting says goodbye in a shared channel.
+    // and disconnecting says goodbye in a shared channel.
     void tlsRegistrationAndQuit()
     {
         RawIrcClient observer("tlsobs");
@@ -348,18 +313,11 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(
             e.texts("serverMessage").contains(":irc.test 376 tlsuser :End of message of the day."), kTimeout);
         QVERIFY(observer.waitForRegistered());
-        // The refused attempts never reached the server.
-        observer.sendLine("WHOIS tlsrefused");
-        QVERIFY(!observer.waitForLine(" 401 tlsobs tlsrefused ").isEmpty());
         observer.sendLine("WHOIS tlsuser");
         QCOMPARE(observer.waitForLine(" 311 tlsobs tlsuser "),
             ":irc.test 311 tlsobs tlsuser tlsuser 127.0.0.1 * :Secure User");
         QCOMPARE(observer.waitForLine(" 671 tlsobs tlsuser "),
             ":irc.test 671 tlsobs tlsuser :is using a secure connection");
-        observer.sendLine("PRIVMSG tlsuser :over TLS ✓");
-        QVERIFY(e.log->waitFor("privmsgReceived:tlsobs|tlsobs|over TLS ✓"));
-        e.c->sendPrivmsg("tlsobs", "and back ✓");
-        QCOMPARE(observer.waitForLine(" PRIVMSG tlsobs "), ":tlsuser!tlsuser@127.0.0.1 PRIVMSG tlsobs :and back ✓");
 
         QVERIFY(observer.join("#e2e-quit"));
         e.c->joinChannel("#e2e-quit");
