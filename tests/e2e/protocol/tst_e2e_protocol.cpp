@@ -1,6 +1,6 @@
 // The engine and the session against real servers on loopback, with raw
 // clients as the other users: registration, nickname fallback, channels,
-// messages, WHOIS, WATCH, LIST and TLS on a plain InspIRCd; logging in through
+// messages, WHOIS, WATCH and TLS on a plain InspIRCd; logging in through
 // services (InspIRCd linked to Anope); ngIRCd's other forms; a reconnect that
 // rejoins; a paste at the default send pace under InspIRCd's stock flood limits.
 
@@ -35,10 +35,9 @@ QStringList messagesTo(const RawIrcClient& client, const QString& nick, const QS
 
 // The signals these tests follow (raw lines, server texts and notices aside).
 const QStringList Events { "connected", "registered", "disconnected", "errorOccurred", "privmsgReceived",
-    "joinReceived", "partReceived", "nickChanged", "ownNickChanged", "namesList", "namesListFinished",
-    "topicReceived", "quitReceived", "kickReceived", "listStartReceived", "listChannelReceived", "listEndReceived",
-    "listInfoReceived", "whoisUserReceived", "whoisServerReceived", "whoisOperatorReceived", "whoisIdleReceived",
-    "whoisChannelsReceived", "whoisEndReceived", "whoisAwayReceived", "watchStatus" };
+    "joinReceived", "partReceived", "nickChanged", "ownNickChanged", "namesList", "namesListFinished", "topicReceived",
+    "whoisUserReceived", "whoisServerReceived", "whoisOperatorReceived", "whoisIdleReceived", "whoisChannelsReceived",
+    "whoisEndReceived", "whoisAwayReceived", "watchStatus" };
 
 // A connection and the record of its signals.
 struct Engine
@@ -124,13 +123,10 @@ private:
 
     static bool shows(Session* session, const QString& buffer, const QString& text)
     {
-        return QTest::qWaitFor(
-            [&] {
-                const QList<BufferLine> lines = session->lines(buffer);
-                return std::any_of(
-                    lines.cbegin(), lines.cend(), [&](const BufferLine& l) { return l.text.contains(text); });
-            },
-            kTimeout);
+        return QTest::qWaitFor([&] {
+            const QList<BufferLine> lines = session->lines(buffer);
+            return std::any_of(lines.cbegin(), lines.cend(), [&](const BufferLine& l) { return l.text.contains(text); });
+        }, kTimeout);
     }
 
 private slots:
@@ -147,12 +143,6 @@ private slots:
         QVERIFY2(m_ngircd->start(), qPrintable(m_ngircd->errorString()));
     }
 
-    void cleanupTestCase()
-    {
-        m_ngircd.reset();
-        m_services.reset();
-        m_server.reset();
-    }
     void init() { m_scope = std::make_unique<QObject>(); }
     void cleanup()
     {
@@ -162,36 +152,29 @@ private slots:
 
     void nicknameInUseFallsBack()
     {
-        struct Case
-        {
-            QString nick, alt;
-            QStringList taken, tried;
-        };
+        // The alternative and the nicks tried in turn, all but the last taken.
+        // The suffix replaces the end of a nick of the longest length.
         const QString thirty = "fbfive789012345678901234567890";
-        const QList<Case> cases {
-            { "fbfour", "fbfouralt", { "fbfour", "fbfouralt", "fbfour_" },
-                { "fbfour", "fbfouralt", "fbfour_", "fbfour_1" } },
-            // The suffix replaces the end of a nick of the longest length.
-            { thirty, "", { thirty }, { thirty, thirty.left(29) + '_' } },
+        const QList<QPair<QString, QStringList>> cases {
+            { "fbfouralt", { "fbfour", "fbfouralt", "fbfour_", "fbfour_1" } }, { "", { thirty, thirty.left(29) + '_' } }
         };
         QList<RawIrcClient*> holders;
-        for (const Case& c : cases)
-            for (const QString& name : c.taken)
+        QList<Engine> engines;
+        for (const auto& [alt, tried] : cases)
+            for (const QString& name : tried.mid(0, tried.size() - 1))
                 holders << new RawIrcClient(name, m_scope.get());
         QVERIFY(RawIrcClient::registerAll(holders, m_server->host(), m_server->port()));
-        QList<Engine> engines;
-        for (const Case& c : cases)
-            engines << startEngine(c.nick, c.alt);
+        for (const auto& [alt, tried] : cases)
+            engines << startEngine(tried.first(), alt);
         for (int i = 0; i < cases.size(); ++i) {
-            const Case& c = cases.at(i);
-            const Engine& e = engines.at(i);
-            QVERIFY2(e.log->waitFor("registered"), qPrintable(c.nick));
+            const QStringList& tried = cases.at(i).second;
+            QVERIFY2(engines.at(i).log->waitFor("registered"), qPrintable(tried.first()));
             // One step per rejection, and no error on the way.
             QStringList expected { "connected" };
-            for (int k = 1; k < c.tried.size(); ++k)
-                expected << "nickChanged:" + c.tried.at(k - 1) + '|' + c.tried.at(k);
-            QCOMPARE(e.events(), expected << "registered");
-            QCOMPARE(e.c->currentNick(), c.tried.last());
+            for (int k = 1; k < tried.size(); ++k)
+                expected << "nickChanged:" + tried.at(k - 1) + '|' + tried.at(k);
+            QCOMPARE(engines.at(i).events(), expected << "registered");
+            QCOMPARE(engines.at(i).c->currentNick(), tried.last());
         }
     }
 
@@ -366,17 +349,15 @@ private slots:
     void ngircdForms()
     {
         RawIrcClient peer("ngpeer");
-        peer.connectToServer(Host, m_ngircd->port("NGIRCD_PORT"));
-        QVERIFY(peer.waitForRegistered());
+        QVERIFY(RawIrcClient::registerAll({ &peer }, Host, m_ngircd->port("NGIRCD_PORT")));
         QVERIFY(peer.join("&local"));
         auto session = connectAs(m_ngircd->port("NGIRCD_PORT"), "ngme", "None", QString(), QString(), QString());
         QVERIFY(QTest::qWaitFor([&] { return session->isRegistered(); }, kTimeout));
         QVERIFY(QTest::qWaitFor([&] { return session->networkName() == "QuenvarNg"; }, kTimeout));
 
         session->join("&local");
-        QVERIFY(QTest::qWaitFor([&] { return session->members("&local").size() == 2; }, kTimeout));
+        QTRY_COMPARE_WITH_TIMEOUT(session->members("&local"), (QStringList { "@ngpeer", "ngme" }), kTimeout);
         QVERIFY(session->typeOf("&local") == Session::BufferType::Channel);
-        QCOMPARE(session->members("&local"), (QStringList { "@ngpeer", "ngme" }));
         peer.sendLine("MODE &local +v ngme");
         QVERIFY(QTest::qWaitFor([&] { return session->members("&local").contains("+ngme"); }, kTimeout));
 
@@ -416,8 +397,7 @@ private slots:
         QCOMPARE(server.port(), port);
         QVERIFY(QTest::qWaitFor([&] { return session->isJoined("#r1") && session->isJoined("#r2"); }, 30000));
         RawIrcClient peer("peer");
-        peer.connectToServer(server.host(), server.port());
-        QVERIFY(peer.waitForRegistered());
+        QVERIFY(RawIrcClient::registerAll({ &peer }, server.host(), server.port()));
         for (const QString channel : { "#r1", "#r2" }) {
             QVERIFY(shows(session.get(), channel, "*** Reconnected"));
             peer.sendLine("NAMES " + channel);
@@ -440,8 +420,7 @@ private slots:
         strict.setStockFloodLimits(true);
         QVERIFY2(strict.start(), qPrintable(strict.errorString()));
         RawIrcClient peer("reader");
-        peer.connectToServer(strict.host(), strict.port());
-        QVERIFY(peer.waitForRegistered());
+        QVERIFY(RawIrcClient::registerAll({ &peer }, strict.host(), strict.port()));
         QVERIFY(peer.join("#paste"));
 
         auto session = connectAs(strict.port(), "paster", "None", QString(), QString(), QString());
