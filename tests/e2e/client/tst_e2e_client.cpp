@@ -244,7 +244,6 @@ private slots:
             { nullptr, "/nick newme", "#ev", "<winuser> is now known as newme",
                 [&] { return listed("@newme") && status() == "Connected to 127.0.0.1 as newme"; } },
             { dave, "NOTICE newme :psst", "#ev", "-dave- psst" }, // no conversation open: the current tab
-            { dave, "NOTICE #ev :to all", "#ev", "-dave- to all" },
             { dave, "PRIVMSG newme :\x01VERSION\x01", "Server", "*** CTCP VERSION from dave", {}, dave,
                 "NOTICE dave :\x01VERSION Quenvar 2.0\x01" },
             { dave, "PRIVMSG #ev :left \u202Eright", "#ev", "<dave> left \u202Eright" },
@@ -256,6 +255,7 @@ private slots:
                 [&] { return listed("@newme") && editable(); } },
             { dave, "PRIVMSG newme :hi", "dave", "<dave> hi" },
             { dave, "NOTICE newme :in private", "dave", "-dave- in private" }, // the open conversation
+            { dave, "NOTICE #ev :to all", "#ev", "-dave- to all" }, // the channel's, not the conversation
             { carl, "JOIN #ev", "", "", [&] { return listed("carl"); } },
             { dave, "MODE #ev +v carl", "", "", [&] { return listed("+carl"); } },
             { nullptr, "/part", "#ev", "*** You have left #ev", [&] { return w->userList->count() == 0 && dimmed(); } },
