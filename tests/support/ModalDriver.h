@@ -26,7 +26,6 @@ struct Handle
     bool handled = false;
     bool cancelled = false; // set by the test to stop waiting
     QString title;
-    QString text;
 };
 using HandlePtr = std::shared_ptr<Handle>;
 
@@ -50,8 +49,6 @@ struct Poller
         }
         handle->handled = true;
         handle->title = widget->windowTitle();
-        if (auto* box = qobject_cast<QMessageBox*>(widget))
-            handle->text = box->text();
         act(widget);
     }
 };
@@ -111,15 +108,6 @@ inline HandlePtr onPopupMenu(const QString& entry, std::function<void(QAction*)>
                 menu->close();
             }
         });
-}
-
-// The same, recording the entries' texts (separators left out) in `texts`.
-inline HandlePtr onMenu(const QString& entry, std::shared_ptr<QStringList> texts)
-{
-    return onPopupMenu(entry, [texts](QAction* action) {
-        if (!action->isSeparator())
-            texts->append(action->text());
-    });
 }
 
 } // namespace ModalDriver

