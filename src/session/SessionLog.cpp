@@ -114,10 +114,9 @@ void SessionLog::setTarget(bool enabled, const QString& folder)
     const QString target = folder.isEmpty() ? defaultFolder() : folder;
     if (enabled == m_enabled && target == m_folder)
         return;
-    flush();
+    forgetFiles();
     m_enabled = enabled;
     m_folder = target;
-    m_files.clear();
     SessionLogWriter* writer = m_writer;
     QMetaObject::invokeMethod(writer, [writer] { writer->reset(); }, Qt::QueuedConnection);
 }
@@ -159,9 +158,8 @@ QString SessionLog::networkFolder(const QString& network) const
 
 QString SessionLog::filePath(const QString& network, const QString& bufferKey) const
 {
-    if (!isActive())
-        return QString();
-    return networkFolder(network) + QLatin1Char('/') + safeName(bufferKey) + QStringLiteral(".log");
+    const QString folder = networkFolder(network);
+    return folder.isEmpty() ? QString() : folder + QLatin1Char('/') + safeName(bufferKey) + QStringLiteral(".log");
 }
 
 void SessionLog::setNameFolding(std::function<QString(const QString&)> fold)

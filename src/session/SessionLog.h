@@ -64,8 +64,6 @@ public:
     // The last `count` rows of a log file, oldest first, read from its end:
     // a big file costs no more than a small one.
     static QList<BufferLine> readTail(const QString& path, int count);
-    // A row read back from a log line (time 0 when the line is no row).
-    static BufferLine parseRow(const QByteArray& line);
 
 signals:
     void writeFailed(const QString& path, const QString& reason);
@@ -80,6 +78,8 @@ private:
     };
 
     static QString safeName(const QString& name);
+    // A row read back from a log line (time 0 when the line is no row).
+    static BufferLine parseRow(const QByteArray& line);
     void onWriteFailed(const QString& path, const QString& reason);
     // Appends a row as one line of a log file, with its newline, to out.
     void formatRow(const BufferLine& line, QByteArray& out);
